@@ -1,0 +1,135 @@
+#!/usr/bin/env bash
+# Sets up, builds, tests and demonstrates the library and its command-line tool.
+# Run ./build.sh help for the verbs.
+set -euo pipefail
+
+cd "$(dirname "$0")"
+top=$(pwd)
+build="$top/build"
+jobs=$(nproc 2>/dev/null || echo 2)
+
+usage() {
+    cat <<'USAGE'
+Usage: ./build.sh VERB [ARGS]
+
+  demo            build, install into build/install and render the shipped example
+  test            build and run the whole test suite (exits non-zero on any failure)
+  install [PREFIX] build and install the library, headers, CMake package, pkg-config
+                  file and the tool into PREFIX (default /usr/local)
+  bench           build, install and measure throughput and memory of the tool
+  asan            build and run the test suite under AddressSanitizer and UBSan
+  fuzz [SECONDS]  build the libFuzzer targets and run each for SECONDS (default 60)
+  help            show this text
+
+Missing Debian packages are installed with apt-get when run as root.
+USAGE
+}
+
+# Installs the Debian packages given that are not there yet.
+need() {
+    local missing=()
+    for package in "$@"; do
+        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" \
+            || missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    local sudo=()
+    if [ "$(id -u)" -ne 0 ]; then
+        if command -v sudo >/dev/null && sudo -n true 2>/dev/null; then
+            sudo=(sudo -n)
+        else
+            echo "build.sh: missing packages: ${missing[*]}; install them or run as root" >&2
+            exit 1
+        fi
+    fi
+    echo "build.sh: installing ${missing[*]}" >&2
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+base_packages=(cmake make g++ pkg-config qtbase5-dev libgtest-dev)
+
+# configure DIR [CMAKE ARGS...]
+configure() {
+    local dir=$1
+    shift
+    local werror=OFF
+    [ "${CI:-}" = true ] && werror=ON
+    cmake -S "$top" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+        -DTESSIVANETEMPLATE_WERROR=$werror "$@" >/dev/null
+    cmake --build "$dir" -j "$jobs" >&2
+}
+
+install_into() {
+    cmake --install "$build" --prefix "$1" >/dev/null
+}
+
+# Builds the example host program against an installed tree, as a consumer would.
+check_consumer() {
+    local prefix=$1 dir="$build/example-host"
+    rm -rf "$dir"
+    cmake -S "$top/examples/host" -B "$dir" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+    cmake --build "$dir" -j "$jobs" >/dev/null
+    (cd "$top/examples" && LD_LIBRARY_PATH="$prefix/lib" "$dir/example-host" \
+        service.conf.tmpl >/dev/null)
+    PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs tessivanetemplate >/dev/null
+    echo "build.sh: the example host builds and runs against the installed package"
+}
+
+render_example() {
+    local prefix=$1
+    cd "$top/examples"
+    "$prefix/bin/tessivane-template" -r registry.json -r overrides.conf -R /etc/webshop \
+        -t hostname=shop-01 -t workers=4 --comment-prefix '#' service.conf.tmpl
+}
+
+verb=${1:-help}
+[ $# -gt 0 ] && shift
+case "$verb" in
+    demo)
+        need "${base_packages[@]}"
+        configure "$build" -DBUILD_TESTING=OFF
+        install_into "$build/install"
+        render_example "$build/install"
+        ;;
+    test)
+        need "${base_packages[@]}"
+        configure "$build" -DBUILD_TESTING=ON
+        (cd "$build" && ctest --output-on-failure -j "$jobs")
+        install_into "$build/install"
+        check_consumer "$build/install"
+        ;;
+    install)
+        need "${base_packages[@]}"
+        configure "$build"
+        cmake --install "$build" --prefix "${1:-/usr/local}"
+        ;;
+    bench)
+        need "${base_packages[@]}" libbenchmark-dev gettext-base python3
+        configure "$build" -DBUILD_TESTING=OFF -DTESSIVANETEMPLATE_BENCHMARKS=ON
+        install_into "$build/install"
+        "$top/bench/run.sh" "$build" "$build/install"
+        ;;
+    asan)
+        need "${base_packages[@]}"
+        configure "$top/build-asan" -DBUILD_TESTING=ON -DTESSIVANETEMPLATE_SANITIZE=ON \
+            -DCMAKE_BUILD_TYPE=Debug >/dev/null
+        (cd "$top/build-asan" && ASAN_OPTIONS=detect_leaks=1 \
+            UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+            ctest --output-on-failure -j "$jobs")
+        ;;
+    fuzz)
+        need "${base_packages[@]}" clang libclang-rt-14-dev
+        CC=clang CXX=clang++ configure "$top/build-fuzz" -DBUILD_TESTING=OFF \
+            -DTESSIVANETEMPLATE_FUZZERS=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+        "$top/fuzz/run.sh" "$top/build-fuzz" "${1:-60}"
+        ;;
+    help | -h | --help)
+        usage
+        ;;
+    *)
+        usage >&2
+        exit 2
+        ;;
+esac
