@@ -1,0 +1,85 @@
+#ifndef TESSIVANETEMPLATE_QTCOMPAT_P_H
+#define TESSIVANETEMPLATE_QTCOMPAT_P_H
+
+// The few text conversions whose Qt calls differ between Qt versions, kept in
+// one place so that a port touches only this file. Not installed.
+
+#include <QByteArray>
+#include <QFile>
+#include <QString>
+#include <QTextCodec>
+#include <QTextStream>
+
+#include <cstdarg>
+#include <memory>
+
+namespace TessivaneTemplatePrivate {
+
+// The engine's public interface takes 8-bit strings as Latin-1 ("ASCII" in
+// the old Qt naming), so every byte maps to one character and back.
+inline QString fromAscii(const char *text)
+{
+    return QString::fromLatin1(text);
+}
+
+inline QByteArray toAscii(const QString &text)
+{
+    return text.toLatin1();
+}
+
+// File names are taken as the bytes the file system holds, decoded the way
+// QFile encodes them again, so that every name that exists can be opened and
+// is printed as it was written.
+inline QString fileNameFromBytes(const char *name)
+{
+    return QFile::decodeName(name);
+}
+
+inline QString formatV(const char *format, va_list args)
+{
+    return QString::vasprintf(format, args);
+}
+
+// A text handed to a printf-style "%s" (ours, or qWarning's and qDebug's) must
+// come back unchanged. Qt 5 reads "%s" arguments as UTF-8, so that is the
+// encoding they are given in; the message handler then prints them in the
+// locale's encoding.
+inline QByteArray formatArgument(const QString &text)
+{
+    return text.toUtf8();
+}
+
+inline void setUtf8Codec(QTextStream &stream)
+{
+    stream.setCodec("UTF-8");
+}
+
+// Decodes strict UTF-8: returns false when \a bytes hold a sequence that is
+// not UTF-8, where a plain conversion would put a replacement character.
+inline bool decodeUtf8(const QByteArray &bytes, QString &text)
+{
+    QTextCodec::ConverterState state;
+    text = QTextCodec::codecForMib(106)->toUnicode(bytes.constData(), bytes.size(), &state);
+    return state.invalidChars == 0 && state.remainingChars == 0;
+}
+
+// Decodes text that arrives in pieces in the locale's encoding, as the
+// template itself is decoded. It keeps state between pieces, so a character
+// cut in two by a piece boundary still comes out whole.
+class LocaleDecoder
+{
+public:
+    LocaleDecoder()
+        : m_decoder(QTextCodec::codecForLocale()->makeDecoder())
+    {
+    }
+
+    QString decode(const char *bytes, int size) { return m_decoder->toUnicode(bytes, size); }
+
+private:
+    std::unique_ptr<QTextDecoder> m_decoder;
+};
+
+} // namespace TessivaneTemplatePrivate
+
+#endif

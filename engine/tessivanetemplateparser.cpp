@@ -1,0 +1,200 @@
+#include "tessivanetemplateparser.h"
+
+#include "qtcompat_p.h"
+#include "tessivanetemplate.h"
+#include "tessivanetemplatecommand.h"
+#include "tessivanetemplatecommandcomment.h"
+#include "tessivanetemplatecommandif.h"
+#include "tessivanetemplatecommandinclude.h"
+#include "tessivanetemplatecommandreg.h"
+#include "tessivanetemplatecommandtag.h"
+#include "tessivanetemplatecommandversion.h"
+#include "tessivanetemplatetokenizer.h"
+
+#include <cstdarg>
+
+using namespace TessivaneTemplatePrivate;
+
+TessivaneTemplateParser::TessivaneTemplateParser(TessivaneTemplate *engine, QTextStream *in,
+                                                 QTextStream *out, QString fileName)
+    : m_engine(engine)
+    , m_in(in)
+    , m_out(out)
+    , m_version(-1)
+    , m_fileName(std::move(fileName))
+    , m_lineNumber(0)
+{
+    m_engine->setCurrentParser(this);
+    // The order is the order in which a command name is offered to them.
+    m_commands.append(new TessivaneTemplateCommandReg);
+    m_commands.append(new TessivaneTemplateCommandInclude);
+    m_commands.append(new TessivaneTemplateCommandComment);
+    m_commands.append(new TessivaneTemplateCommandVersion);
+    m_commands.append(new TessivaneTemplateCommandIf);
+    m_commands.append(new TessivaneTemplateCommandTag);
+}
+
+TessivaneTemplateParser::~TessivaneTemplateParser()
+{
+    while (!m_commands.isEmpty())
+        delete m_commands.takeFirst();
+    m_engine->removeCurrentParser(this);
+}
+
+int TessivaneTemplateParser::process()
+{
+    while (!m_in->atEnd()) {
+        QString line = m_in->readLine();
+        ++m_lineNumber;
+        line += QLatin1Char('\n');
+        if (!processLine(line))
+            return 1;
+    }
+    return 0;
+}
+
+// Returns false when a declared template version stops the input.
+bool TessivaneTemplateParser::processLine(QString &line)
+{
+    TessivaneTemplateTokenizer tokenizer(line);
+    if (!tokenizer.containsTemplateCommands()) {
+        if (m_activeCommands.isEmpty())
+            *m_out << line;
+        return true;
+    }
+    QString token;
+    bool isCommand = false;
+    while (tokenizer.nextToken(token, isCommand)) {
+        if (!isCommand) {
+            if (m_activeCommands.isEmpty())
+                *m_out << token;
+            continue;
+        }
+        QString name;
+        QString parameter;
+        tokenizer.parseCommandToken(token, name, parameter);
+        if (!processCommand(name, parameter))
+            return false;
+    }
+    return true;
+}
+
+bool TessivaneTemplateParser::processCommand(QString &name, QString &parameter)
+{
+    const int result = executeCommand(name, parameter);
+    if (result == TessivaneTemplateCommand::CommandUnhandled && m_activeCommands.isEmpty()) {
+        warning("No command handler for '%s' found", formatArgument(name).constData());
+    } else if (result == TessivaneTemplateCommand::CommandVersionSet
+               && m_version > ParserVersion) {
+        warning("template is version %d, parser is version %d.", m_version, int(ParserVersion));
+        return false;
+    }
+    return true;
+}
+
+int TessivaneTemplateParser::executeCommand(QString &name, QString &parameter)
+{
+    return executeCommandForList(name, parameter,
+                                 m_activeCommands.isEmpty() ? &m_commands : &m_activeCommands);
+}
+
+int TessivaneTemplateParser::executeCommandForList(QString &name, QString &parameter,
+                                                   QList<TessivaneTemplateCommand *> *list)
+{
+    TessivaneTemplateCommand *responsible = nullptr;
+    for (TessivaneTemplateCommand *command : qAsConst(*list)) {
+        if (command->isResponsibleFor(name)) {
+            responsible = command;
+            break;
+        }
+    }
+    if (!responsible)
+        return TessivaneTemplateCommand::CommandUnhandled;
+
+    const int result = responsible->executeCommand(this, name, parameter);
+    if (result == TessivaneTemplateCommand::CommandSkipBegin)
+        m_activeCommands.append(responsible);
+    else if (result == TessivaneTemplateCommand::CommandSkipEnd)
+        m_activeCommands.removeOne(responsible);
+    return result;
+}
+
+QTextStream *TessivaneTemplateParser::getOutStream()
+{
+    return m_out;
+}
+
+TessivaneTemplate *TessivaneTemplateParser::getTemplate()
+{
+    return m_engine;
+}
+
+void TessivaneTemplateParser::setVersion(int version)
+{
+    m_version = version;
+}
+
+Tessivane *TessivaneTemplateParser::registryBackend()
+{
+    return m_engine->registryBackend();
+}
+
+QString TessivaneTemplateParser::fileName() const
+{
+    return m_fileName;
+}
+
+int TessivaneTemplateParser::lineNumber() const
+{
+    return m_lineNumber;
+}
+
+void TessivaneTemplateParser::warning(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    const QString message = formatV(format, args);
+    va_end(args);
+    report("WARNING", message, false);
+}
+
+void TessivaneTemplateParser::debug(const char *format, ...)
+{
+    if (!m_engine->showDebug())
+        return;
+    va_list args;
+    va_start(args, format);
+    const QString message = formatV(format, args);
+    va_end(args);
+    report("DEBUG", message, true);
+}
+
+void TessivaneTemplateParser::warningInOutstream(const char *format, ...)
+{
+    const QString prefix = m_engine->commentPrefix();
+    if (prefix.isEmpty())
+        return;
+    va_list args;
+    va_start(args, format);
+    const QString text = formatV(format, args);
+    va_end(args);
+
+    *m_out << QLatin1Char(' ') << prefix << QLatin1Char(' ') << text;
+    const QString suffix = m_engine->commentSuffix();
+    if (!suffix.isEmpty())
+        *m_out << QLatin1Char(' ') << suffix;
+}
+
+// The report travels as the argument of "%s", never as a format, so that a
+// "%" in a file name, a key or a value is printed as it is.
+void TessivaneTemplateParser::report(const char *kind, const QString &message, bool isDebug)
+{
+    const QString text = QLatin1String(kind) + QLatin1Char(' ') + m_fileName + QLatin1Char('/')
+        + QString::number(m_lineNumber) + QLatin1String(": ") + message;
+    const QByteArray bytes = formatArgument(text);
+    if (isDebug)
+        qDebug("%s", bytes.constData());
+    else
+        qWarning("%s", bytes.constData());
+    warningInOutstream("%s", bytes.constData());
+}
