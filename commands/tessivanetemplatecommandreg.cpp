@@ -1,0 +1,109 @@
+#include "tessivanetemplatecommandreg.h"
+
+#include "parameter_p.h"
+#include "qtcompat_p.h"
+#include "tessivane.h"
+#include "tessivanetemplate.h"
+#include "tessivanetemplateparser.h"
+#include "tessivanetemplatetokenizer.h"
+
+#include <QMap>
+
+using namespace TessivaneTemplatePrivate;
+
+namespace {
+
+const QLatin1String s_reg("REG");
+const QLatin1String s_regQuote("REG_QUOTE");
+const QLatin1String s_regIni("REG_INI");
+
+// Consecutive strings pair up as registry value and replacement; a later pair
+// for the same value wins and an unpaired last string is ignored.
+QMap<QString, QString> valueMapping(const QString &group)
+{
+    const QStringList strings = TessivaneTemplateTokenizer::tokenizeParameter(group);
+    QMap<QString, QString> mapping;
+    for (int i = 0; i + 1 < strings.size(); i += 2)
+        mapping.insert(strings.at(i), strings.at(i + 1));
+    return mapping;
+}
+
+} // namespace
+
+TessivaneTemplateCommandReg::~TessivaneTemplateCommandReg() = default;
+
+bool TessivaneTemplateCommandReg::isResponsibleFor(const QString &name)
+{
+    return name == s_reg || name == s_regQuote || name == s_regIni;
+}
+
+int TessivaneTemplateCommandReg::executeCommand(TessivaneTemplateParser *parser,
+                                                const QString &name, const QString &parameter)
+{
+    QString value;
+    QString message;
+    if (getReg(parser, parameter, value, message) != 0) {
+        parser->warning("%s", formatArgument(message).constData());
+        return CommandFailed;
+    }
+
+    QTextStream &out = *parser->getOutStream();
+    const bool isQuoted = name == s_regQuote;
+    if (name == s_regIni)
+        value.replace(QLatin1Char('='), QLatin1String("%3D")).replace(QLatin1Char(']'), QLatin1String("%5D"));
+    if (isQuoted)
+        out << QLatin1Char('"');
+    out << value;
+    if (isQuoted)
+        out << QLatin1Char('"');
+    // Reported after the value, so that an inline comment follows it.
+    if (!message.isNull())
+        parser->warning("%s", formatArgument(message).constData());
+    return CommandDone;
+}
+
+int TessivaneTemplateCommandReg::getReg(TessivaneTemplateParser *parser, const QString &parameter,
+                                        QString &value, QString &message)
+{
+    if (!isParenthesized(parameter))
+        return 1;
+    Tessivane *backend = parser->registryBackend();
+    if (!backend) {
+        message = QStringLiteral("no registry backend set, can't lookup reg key");
+        return 1;
+    }
+    const QStringList groups = TessivaneTemplateTokenizer::tokenizeParameters(parameter);
+    if (groups.isEmpty()) {
+        message = QStringLiteral("empty parameter for REG");
+        return 1;
+    }
+    const bool hasDefault = groups.size() >= 3;
+    const QString defaultValue =
+        hasDefault ? TessivaneTemplateTokenizer::unescape(groups.at(2)) : QString();
+    const QMap<QString, QString> mapping =
+        groups.size() >= 2 ? valueMapping(groups.at(1)) : QMap<QString, QString>();
+    QString key = groups.first();
+    key.replace(QLatin1String("$REGROOT"), parser->getTemplate()->regRoot());
+
+    QString result;
+    const _RegEntryParam param = {0};
+    if (backend->get(key, result, param, QLatin1String("")) != 0) {
+        if (!hasDefault) {
+            message = QLatin1String("Could not find regkey ") + key;
+            return 1;
+        }
+        value = defaultValue;
+        message = QLatin1String("Could not find regkey ") + key
+            + QLatin1String(", but have default value. writing default value ") + defaultValue;
+        return 0;
+    }
+    if (!mapping.isEmpty()) {
+        const auto mapped = mapping.constFind(result);
+        if (mapped != mapping.constEnd())
+            result = mapped.value();
+        else if (hasDefault)
+            result = defaultValue;
+    }
+    value = result;
+    return 0;
+}
