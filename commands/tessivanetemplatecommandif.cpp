@@ -1,0 +1,124 @@
+#include "tessivanetemplatecommandif.h"
+
+#include "qtcompat_p.h"
+#include "tessivanetemplatecommandreg.h"
+#include "tessivanetemplatecommandtag.h"
+#include "tessivanetemplateparser.h"
+#include "tessivanetemplatetag.h"
+
+using namespace TessivaneTemplatePrivate;
+
+namespace {
+
+const QLatin1String s_endIf("ENDIF");
+const QChar s_quote(QLatin1Char('"'));
+
+struct Condition
+{
+    QString lookup;
+    QString expected;
+    bool isEquality;
+};
+
+// The first "==" anywhere decides before any "!="; without either operator
+// the condition is "!= 0".
+Condition parseCondition(const QString &parameter)
+{
+    Condition condition{parameter, QStringLiteral("0"), false};
+    int op = parameter.indexOf(QLatin1String("=="));
+    condition.isEquality = op >= 0;
+    if (op < 0)
+        op = parameter.indexOf(QLatin1String("!="));
+    if (op >= 0) {
+        condition.lookup = parameter.left(op);
+        condition.expected = parameter.mid(op + 2);
+    }
+    condition.lookup = condition.lookup.trimmed();
+    // One quote is removed at each end, and nothing else: blanks inside count.
+    QString expected = condition.expected.trimmed();
+    if (expected.startsWith(s_quote))
+        expected.remove(0, 1);
+    if (expected.endsWith(s_quote))
+        expected.chop(1);
+    condition.expected = expected;
+    return condition;
+}
+
+} // namespace
+
+TessivaneTemplateCommandIf::~TessivaneTemplateCommandIf() = default;
+
+bool TessivaneTemplateCommandIf::isResponsibleFor(const QString &name)
+{
+    return name.startsWith(QLatin1String("IF")) || name == s_endIf;
+}
+
+int TessivaneTemplateCommandIf::executeCommand(TessivaneTemplateParser *parser,
+                                               const QString &name, const QString &parameter)
+{
+    if (name == s_endIf)
+        return executeEndIf();
+    return executeIf(parser, name, parameter);
+}
+
+int TessivaneTemplateCommandIf::executeEndIf()
+{
+    if (skipStack.isEmpty())
+        return CommandDone;
+    return skipStack.takeLast() ? CommandSkipEnd : CommandDone;
+}
+
+int TessivaneTemplateCommandIf::executeIf(TessivaneTemplateParser *parser, const QString &name,
+                                          const QString &parameter)
+{
+    const QString source = name.mid(2).trimmed();
+    const Condition condition = parseCondition(parameter);
+    QString value;
+    bool isFound = false;
+    if (source == QLatin1String("REG")) {
+        isFound = getRegValue(parser, condition.lookup, value);
+    } else if (source == QLatin1String("TAG")) {
+        isFound = getTagValue(parser, condition.lookup, value);
+    } else {
+        parser->warning("parse error on if, unknown token '%s'", formatArgument(source).constData());
+        skipStack.append(false);
+        return CommandFailed;
+    }
+    if (!isFound)
+        return openBlock(true);
+    const bool holds = (value == condition.expected) == condition.isEquality;
+    return openBlock(!holds);
+}
+
+int TessivaneTemplateCommandIf::openBlock(bool isSkipped)
+{
+    skipStack.append(isSkipped);
+    return isSkipped ? CommandSkipBegin : CommandDone;
+}
+
+bool TessivaneTemplateCommandIf::getRegValue(TessivaneTemplateParser *parser,
+                                             const QString &lookup, QString &value)
+{
+    TessivaneTemplateCommandReg reg;
+    QString message;
+    const int result = reg.getReg(parser, lookup, value, message);
+    if (!message.isNull())
+        parser->warning("%s", formatArgument(message).constData());
+    return result == 0;
+}
+
+bool TessivaneTemplateCommandIf::getTagValue(TessivaneTemplateParser *parser,
+                                             const QString &lookup, QString &value)
+{
+    TessivaneTemplateCommandTag tagCommand;
+    QString tagName;
+    TessivaneTemplateTag *tag = tagCommand.getTagUsingParameter(parser, lookup, tagName);
+    if (!tag)
+        return false;
+    // A handler that answers true without storing a number compares as 0.
+    int number = 0;
+    if (!tag->processTag(tagName, nullptr, true, &number))
+        return false;
+    value = QString::number(number);
+    return true;
+}
