@@ -1,0 +1,194 @@
+#include "tessivaneregistryfile.h"
+
+#include "qtcompat_p.h"
+#include "tessivane.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocale>
+
+#include <cmath>
+
+using namespace TessivaneTemplatePrivate;
+
+namespace {
+
+const QByteArray s_utf8Bom("\xEF\xBB\xBF");
+
+using Values = QList<QPair<QString, QString>>;
+
+// Integers print as integers (80, not 80.0) as long as a double holds them
+// exactly; other numbers in the shortest form that reads back the same.
+QString numberText(double number)
+{
+    if (std::floor(number) == number && std::fabs(number) < 9007199254740992.0)
+        return QString::number(qint64(number));
+    return QString::number(number, 'g', QLocale::FloatingPointShortest);
+}
+
+void collectJson(const QString &key, const QJsonValue &value, Values &values)
+{
+    switch (value.type()) {
+    case QJsonValue::Object: {
+        const QJsonObject object = value.toObject();
+        for (auto it = object.begin(); it != object.end(); ++it)
+            collectJson(key + QLatin1Char('/') + it.key(), it.value(), values);
+        break;
+    }
+    case QJsonValue::Array: {
+        const QJsonArray array = value.toArray();
+        for (int i = 0; i < array.size(); ++i)
+            collectJson(key + QLatin1Char('/') + QString::number(i), array.at(i), values);
+        break;
+    }
+    case QJsonValue::String:
+        values.append(qMakePair(key, value.toString()));
+        break;
+    case QJsonValue::Double:
+        values.append(qMakePair(key, numberText(value.toDouble())));
+        break;
+    case QJsonValue::Bool:
+        values.append(qMakePair(key, QString(value.toBool() ? QLatin1Char('1') : QLatin1Char('0'))));
+        break;
+    case QJsonValue::Null:
+    case QJsonValue::Undefined:
+        break;
+    }
+}
+
+// A value in double quotes keeps its blanks and resolves \" \\ \n \t; any
+// other backslash stays as written. Returns an error text, empty on success.
+QString unquote(const QString &raw, QString &value)
+{
+    value.clear();
+    for (int i = 1; i < raw.size(); ++i) {
+        const QChar c = raw.at(i);
+        if (c == QLatin1Char('"')) {
+            if (i + 1 != raw.size())
+                return QStringLiteral("text after the closing double quote");
+            return QString();
+        }
+        const QChar next = i + 1 < raw.size() ? raw.at(i + 1) : QChar();
+        if (c != QLatin1Char('\\') || !QStringLiteral("\"\\nt").contains(next)) {
+            value += c;
+            continue;
+        }
+        value += next == QLatin1Char('n') ? QChar(QLatin1Char('\n'))
+            : next == QLatin1Char('t')    ? QChar(QLatin1Char('\t'))
+                                          : next;
+        ++i;
+    }
+    return QStringLiteral("double quote opened and not closed");
+}
+
+// Splits one "key = value" line. Returns an error text, empty on success.
+QString parseLine(const QString &line, QString &key, QString &value)
+{
+    const int equals = line.indexOf(QLatin1Char('='));
+    if (equals < 0)
+        return QStringLiteral("expected 'key = value', found no '='");
+    key = line.left(equals).trimmed();
+    if (key.isEmpty())
+        return QStringLiteral("empty key before '='");
+    const QString raw = line.mid(equals + 1).trimmed();
+    if (!raw.startsWith(QLatin1Char('"'))) {
+        value = raw;
+        return QString();
+    }
+    return unquote(raw, value);
+}
+
+} // namespace
+
+TessivaneRegistryFile::TessivaneRegistryFile() = default;
+
+TessivaneRegistryFile::~TessivaneRegistryFile() = default;
+
+bool TessivaneRegistryFile::load(const QString &fileName, Tessivane *backend)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly))
+        return fail(fileName + QLatin1String(": cannot read registry file: ") + file.errorString());
+    const QByteArray data = file.readAll();
+    if (file.error() != QFileDevice::NoError)
+        return fail(fileName + QLatin1String(": cannot read registry file: ") + file.errorString());
+    if (!parse(fileName, data))
+        return false;
+    for (const auto &entry : qAsConst(m_values))
+        backend->set(entry.first, entry.second);
+    return true;
+}
+
+bool TessivaneRegistryFile::parse(const QString &fileName, const QByteArray &data)
+{
+    m_values.clear();
+    m_errorString.clear();
+    const QByteArray content = data.startsWith(s_utf8Bom) ? data.mid(s_utf8Bom.size()) : data;
+    const bool isOk = fileName.endsWith(QLatin1String(".json"), Qt::CaseInsensitive)
+        ? parseJson(fileName, content)
+        : parseLines(fileName, content);
+    if (!isOk)
+        m_values.clear();
+    return isOk;
+}
+
+QList<QPair<QString, QString>> TessivaneRegistryFile::values() const
+{
+    return m_values;
+}
+
+QString TessivaneRegistryFile::errorString() const
+{
+    return m_errorString;
+}
+
+bool TessivaneRegistryFile::parseJson(const QString &fileName, const QByteArray &data)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(data, &error);
+    if (error.error != QJsonParseError::NoError) {
+        const int offset = qBound(0, error.offset, data.size());
+        const int lineStart = data.lastIndexOf('\n', offset - 1) + 1;
+        const int line = data.left(offset).count('\n') + 1;
+        const int column = QString::fromUtf8(data.mid(lineStart, offset - lineStart)).size() + 1;
+        return fail(QStringLiteral("%1:%2:%3: JSON syntax error: %4")
+                        .arg(fileName, QString::number(line), QString::number(column),
+                             error.errorString()));
+    }
+    if (!document.isObject())
+        return fail(fileName + QLatin1String(": the top level of a JSON registry file must be an object"));
+    collectJson(QString(), QJsonValue(document.object()), m_values);
+    return true;
+}
+
+bool TessivaneRegistryFile::parseLines(const QString &fileName, const QByteArray &data)
+{
+    const QList<QByteArray> lines = data.split('\n');
+    for (int i = 0; i < lines.size(); ++i) {
+        QByteArray bytes = lines.at(i);
+        if (bytes.endsWith('\r'))
+            bytes.chop(1);
+        QString line;
+        QString key;
+        QString value;
+        QString error;
+        if (!decodeUtf8(bytes, line))
+            error = QStringLiteral("not valid UTF-8");
+        else if (line.trimmed().isEmpty() || line.trimmed().startsWith(QLatin1Char('#')))
+            continue;
+        else
+            error = parseLine(line, key, value);
+        if (!error.isEmpty())
+            return fail(QStringLiteral("%1:%2: %3").arg(fileName, QString::number(i + 1), error));
+        m_values.append(qMakePair(key, value));
+    }
+    return true;
+}
+
+bool TessivaneRegistryFile::fail(const QString &message)
+{
+    m_errorString = message;
+    return false;
+}
