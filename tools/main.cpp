@@ -1,0 +1,290 @@
+// tessivane-template: renders a template into a configuration file.
+//
+// Exit status; where several apply, the first in the order 2, 3, 1, 4 wins:
+//   0  rendered
+//   1  the template declares a newer template version
+//   2  usage error or bad registry file; nothing is rendered
+//   3  a file could not be opened, written or replaced
+//   4  --strict, and a warning was reported
+// On any status but 0 an OUTPUT file is left byte for byte as it was.
+
+#include "optiontaghandler.h"
+#include "replacingfile.h"
+#include "tessivane.h"
+#include "tessivaneregistryfile.h"
+#include "tessivanetemplate.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QFile>
+
+#include <cstdio>
+
+namespace {
+
+enum ExitStatus { Rendered = 0, NewerVersion = 1, UsageError = 2, FileError = 3, StrictFailure = 4 };
+
+const char s_toolName[] = "tessivane-template";
+
+// Warnings seen so far: the library's reports and the engine's own messages.
+int s_warningCount = 0;
+
+// The library's reports go out exactly as it composes them, one a line, with
+// no prefix of Qt's, whatever QT_MESSAGE_PATTERN says.
+void printMessage(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    if (type != QtDebugMsg && type != QtInfoMsg)
+        ++s_warningCount;
+    const QByteArray line = message.toLocal8Bit() + '\n';
+    std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
+}
+
+void printError(const QString &message)
+{
+    const QByteArray line = QByteArray(s_toolName) + ": " + message.toLocal8Bit() + '\n';
+    std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
+}
+
+int usageError(const QString &message)
+{
+    printError(message + QLatin1String(" (see '") + QLatin1String(s_toolName)
+               + QLatin1String(" --help')"));
+    return UsageError;
+}
+
+struct Options
+{
+    QString templateName;
+    QString outputName;
+    QStringList registryFiles;
+    QList<QPair<QString, QString>> values;
+    QList<QPair<QString, QString>> tags;
+    QByteArray root;
+    QByteArray commentPrefix;
+    QByteArray commentSuffix;
+    bool isDebug = false;
+    bool isStrict = false;
+
+    bool writesToStandardOutput() const
+    {
+        return outputName.isEmpty() || outputName == QLatin1String("-");
+    }
+};
+
+struct OptionSet
+{
+    QCommandLineOption registry{{QStringLiteral("r"), QStringLiteral("registry")},
+                                QStringLiteral("Load a registry file (.json or key = value lines); "
+                                               "repeatable, later values replace earlier ones."),
+                                QStringLiteral("FILE")};
+    QCommandLineOption set{{QStringLiteral("s"), QStringLiteral("set")},
+                           QStringLiteral("Store one registry value; repeatable, applied after "
+                                          "all files."),
+                           QStringLiteral("KEY=VALUE")};
+    QCommandLineOption root{{QStringLiteral("R"), QStringLiteral("root")},
+                            QStringLiteral("The registry root that replaces $REGROOT in keys."),
+                            QStringLiteral("PATH")};
+    QCommandLineOption prefix{QStringLiteral("comment-prefix"),
+                              QStringLiteral("Write diagnostics into the output as comments "
+                                             "opened by TEXT."),
+                              QStringLiteral("TEXT")};
+    QCommandLineOption suffix{QStringLiteral("comment-suffix"),
+                              QStringLiteral("Close those comments with TEXT."),
+                              QStringLiteral("TEXT")};
+    QCommandLineOption debug{{QStringLiteral("d"), QStringLiteral("debug")},
+                             QStringLiteral("Report debug messages too.")};
+    QCommandLineOption tag{{QStringLiteral("t"), QStringLiteral("tag")},
+                           QStringLiteral("TAG(NAME) writes TEXT; IF TAG(NAME) compares TEXT as "
+                                          "an integer; repeatable, the first definition wins."),
+                           QStringLiteral("NAME=TEXT")};
+    QCommandLineOption strict{QStringLiteral("strict"),
+                              QStringLiteral("Treat any warning as a failure (exit status 4, "
+                                             "OUTPUT untouched).")};
+    QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
+                            QStringLiteral("Show this help and exit.")};
+    QCommandLineOption version{{QStringLiteral("V"), QStringLiteral("version")},
+                               QStringLiteral("Show the library's version and exit.")};
+};
+
+void setUp(QCommandLineParser &parser, const OptionSet &options)
+{
+    parser.setApplicationDescription(
+        QStringLiteral("Render the template TEMPLATE into OUTPUT, with registry values, tags, "
+                       "conditional blocks and includes.\nExit status: 0 rendered, 1 newer "
+                       "template version, 2 usage or registry file error, 3 file error, "
+                       "4 warning under --strict."));
+    parser.addOptions({options.registry, options.set, options.root, options.prefix,
+                       options.suffix, options.debug, options.tag, options.strict, options.help,
+                       options.version});
+    parser.addPositionalArgument(QStringLiteral("TEMPLATE"),
+                                 QStringLiteral("The template file, or - for standard input."));
+    parser.addPositionalArgument(QStringLiteral("OUTPUT"),
+                                 QStringLiteral("The output file; standard output when absent "
+                                                "or -."),
+                                 QStringLiteral("[OUTPUT]"));
+}
+
+// Splits NAME=VALUE at the first "="; nothing is trimmed.
+bool splitAssignments(const QStringList &texts, const QString &option, const QString &shape,
+                      QList<QPair<QString, QString>> &pairs, QString &error)
+{
+    for (const QString &text : texts) {
+        const int equals = text.indexOf(QLatin1Char('='));
+        if (equals < 0) {
+            error = option + QLatin1String(" expects ") + shape + QLatin1String(", got '") + text
+                + QLatin1String("'");
+            return false;
+        }
+        pairs.append(qMakePair(text.left(equals), text.mid(equals + 1)));
+    }
+    return true;
+}
+
+// The engine takes its settings as Latin-1; anything beyond would be changed.
+bool toLatin1(const QString &text, const QString &option, QByteArray &bytes, QString &error)
+{
+    bytes = text.toLatin1();
+    if (QString::fromLatin1(bytes) == text)
+        return true;
+    error = option + QLatin1String(" takes Latin-1 text only");
+    return false;
+}
+
+bool readOptions(QCommandLineParser &parser, const OptionSet &set, Options &options,
+                 QString &error)
+{
+    const QStringList positional = parser.positionalArguments();
+    if (positional.isEmpty()) {
+        error = QStringLiteral("missing TEMPLATE");
+        return false;
+    }
+    if (positional.size() > 2) {
+        error = QLatin1String("unexpected argument '") + positional.at(2) + QLatin1String("'");
+        return false;
+    }
+    options.templateName = positional.at(0);
+    options.outputName = positional.value(1);
+    options.registryFiles = parser.values(set.registry);
+    options.isDebug = parser.isSet(set.debug);
+    options.isStrict = parser.isSet(set.strict);
+    if (!splitAssignments(parser.values(set.set), QStringLiteral("--set"), QStringLiteral("KEY=VALUE"), options.values, error)
+        || !splitAssignments(parser.values(set.tag), QStringLiteral("--tag"), QStringLiteral("NAME=TEXT"), options.tags, error))
+        return false;
+    for (const auto &tag : qAsConst(options.tags)) {
+        QByteArray unused;
+        if (!toLatin1(tag.first, QStringLiteral("--tag NAME"), unused, error))
+            return false;
+    }
+    return toLatin1(parser.value(set.root), QStringLiteral("--root"), options.root, error)
+        && toLatin1(parser.value(set.prefix), QStringLiteral("--comment-prefix"),
+                    options.commentPrefix, error)
+        && toLatin1(parser.value(set.suffix), QStringLiteral("--comment-suffix"),
+                    options.commentSuffix, error);
+}
+
+bool loadRegistry(const Options &options, Tessivane &registry)
+{
+    for (const QString &fileName : options.registryFiles) {
+        TessivaneRegistryFile file;
+        if (!file.load(fileName, &registry)) {
+            printError(file.errorString());
+            return false;
+        }
+    }
+    for (const auto &value : options.values)
+        registry.set(value.first, value.second);
+    return true;
+}
+
+int runEngine(TessivaneTemplate &engine, const Options &options, QFile &out)
+{
+    if (options.templateName != QLatin1String("-"))
+        return engine.process(QFile::encodeName(options.templateName).constData(), out);
+    QFile in;
+    in.open(stdin, QIODevice::ReadOnly);
+    return engine.process(&in, options.templateName, out);
+}
+
+int exitStatus(int result, const Options &options)
+{
+    if (result == 3)
+        return FileError;
+    if (result == 1)
+        return NewerVersion;
+    return options.isStrict && s_warningCount > 0 ? StrictFailure : Rendered;
+}
+
+int renderToStandardOutput(TessivaneTemplate &engine, const Options &options)
+{
+    QFile out;
+    out.open(stdout, QIODevice::WriteOnly);
+    const int status = exitStatus(runEngine(engine, options, out), options);
+    if (!out.flush() || out.error() != QFileDevice::NoError) {
+        printError(QLatin1String("cannot write standard output: ") + out.errorString());
+        return FileError;
+    }
+    return status;
+}
+
+int renderToFile(TessivaneTemplate &engine, const Options &options)
+{
+    ReplacingFile output(options.outputName);
+    if (!output.open()) {
+        printError(output.errorString());
+        return FileError;
+    }
+    const int status = exitStatus(runEngine(engine, options, output.file()), options);
+    if (status != Rendered)
+        return status;
+    if (!output.commit()) {
+        printError(output.errorString());
+        return FileError;
+    }
+    return Rendered;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QLatin1String(s_toolName));
+    QCoreApplication::setApplicationVersion(QStringLiteral(TT_VERSION));
+    qInstallMessageHandler(printMessage);
+
+    QCommandLineParser parser;
+    const OptionSet optionSet;
+    setUp(parser, optionSet);
+    if (!parser.parse(QCoreApplication::arguments()))
+        return usageError(parser.errorText());
+    if (parser.isSet(optionSet.help)) {
+        std::fputs(parser.helpText().toLocal8Bit().constData(), stdout);
+        return Rendered;
+    }
+    if (parser.isSet(optionSet.version)) {
+        std::printf("%s %s\n", s_toolName, TT_VERSION);
+        return Rendered;
+    }
+    Options options;
+    QString error;
+    if (!readOptions(parser, optionSet, options, error))
+        return usageError(error);
+
+    Tessivane registry;
+    if (!loadRegistry(options, registry))
+        return UsageError;
+    OptionTagHandler tags;
+    for (const auto &tag : qAsConst(options.tags))
+        tags.define(tag.first, tag.second);
+
+    TessivaneTemplate engine;
+    engine.setRegistryBackend(&registry);
+    engine.setRegRoot(options.root.constData());
+    engine.setCommentPrefix(options.commentPrefix.constData());
+    engine.setCommentSuffix(options.commentSuffix.constData());
+    engine.setShowDebug(options.isDebug);
+    if (!tags.isEmpty())
+        engine.addTag(&tags);
+    return options.writesToStandardOutput() ? renderToStandardOutput(engine, options)
+                                            : renderToFile(engine, options);
+}
