@@ -1,5 +1,9 @@
 #include "tessivanetemplatetokenizer.h"
 
+#include "syntaxscan_p.h"
+
+using namespace TessivaneTemplatePrivate;
+
 namespace {
 
 const QLatin1String s_mark("%%");
@@ -26,36 +30,21 @@ TessivaneTemplateTokenizer::~TessivaneTemplateTokenizer() = default;
 QStringList TessivaneTemplateTokenizer::tokenize(const QString &line)
 {
     QStringList result;
-    int position = 0;
-    bool inCommand = false;
-    while (position < line.size()) {
-        // A closing mark is searched from behind the opening one, so "%%%%"
-        // is one empty command while "%%%" stays unclosed.
-        const int from = inCommand ? position + 2 : position;
-        const int mark = line.indexOf(s_mark, from);
-        if (mark < 0)
-            break;
-        if (inCommand) {
-            result.append(line.mid(position, mark + 2 - position));
-            position = mark + 2;
-        } else {
-            if (mark > position)
-                result.append(line.mid(position, mark - position));
-            position = mark;
-        }
-        inCommand = !inCommand;
-    }
-    if (position < line.size() || result.isEmpty())
-        result.append(position == 0 ? line : line.mid(position));
+    // Most command lines are text, a command and the rest of the line.
+    result.reserve(3);
+    TokenWalker walker(line);
+    QStringRef token;
+    bool isCommand = false;
+    while (walker.next(token, isCommand))
+        result.append(token.size() == line.size() ? line : token.toString());
     return result;
 }
 
+// The tokens of a line hold a command exactly when the line holds a mark, so
+// the line is searched without being cut.
 bool TessivaneTemplateTokenizer::containsTemplateCommands(const QString &line)
 {
-    const QStringList lineTokens = tokenize(line);
-    if (lineTokens.size() != 1)
-        return lineTokens.size() > 1;
-    return lineTokens.first().startsWith(s_mark);
+    return indexOfMark(line, 0) >= 0;
 }
 
 bool TessivaneTemplateTokenizer::containsTemplateCommands()
@@ -85,43 +74,19 @@ bool TessivaneTemplateTokenizer::nextToken(QString &token, bool &isCommand)
 bool TessivaneTemplateTokenizer::parseCommandToken(const QString &token, QString &name,
                                                    QString &parameter)
 {
-    const QString content =
-        (token.size() >= 4 ? token.mid(2, token.size() - 4) : token.mid(2)).trimmed();
-    const int open = content.indexOf(QLatin1Char('('));
-    if (open < 0) {
-        name = content;
-        return true;
-    }
-    name = content.left(open);
-    parameter = content.mid(open);
+    splitCommandToken(QStringRef(&token), name, parameter);
     return true;
 }
 
 QStringList TessivaneTemplateTokenizer::tokenizeParameters(const QString &parameter)
 {
-    if (!parameter.contains(QLatin1Char('(')) && !parameter.contains(QLatin1Char(')')))
-        return QStringList(parameter);
-
-    // Nothing inside a group is removed (an escape keeps both characters), so
-    // a group is the plain text between its parentheses.
-    QStringList groups;
-    int groupStart = -1;
-    bool inString = false;
-    for (int i = 0; i < parameter.size(); ++i) {
-        const QChar c = parameter.at(i);
-        if (groupStart < 0) {
-            if (c == QLatin1Char('('))
-                groupStart = i + 1;
-        } else if (inString && isEscapedQuote(parameter, i)) {
-            ++i;
-        } else if (c == s_quote) {
-            inString = !inString;
-        } else if (!inString && c == QLatin1Char(')')) {
-            groups.append(parameter.mid(groupStart, i - groupStart));
-            groupStart = -1;
-        }
-    }
-    return groups;
+    GroupList groups;
+    splitGroups(parameter, groups);
+    QStringList result;
+    result.reserve(groups.size());
+    for (const QStringRef &group : qAsConst(groups))
+        result.append(group.toString());
+    return result;
 }
 
 QStringList TessivaneTemplateTokenizer::tokenizeParameter(const QString &group)

@@ -1,0 +1,139 @@
+#include "syntaxscan_p.h"
+
+#include <QtAlgorithms>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+namespace TessivaneTemplatePrivate {
+
+namespace {
+
+const QLatin1String s_mark("%%");
+const QChar s_quote(QLatin1Char('"'));
+const QChar s_backslash(QLatin1Char('\\'));
+
+// The position of \a c in \a data at or after \a from, eight characters at a
+// time where the processor allows; -1 when it is not there.
+int indexOfChar(const ushort *data, int size, int from, ushort c)
+{
+    int i = from;
+#ifdef __SSE2__
+    const __m128i needle = _mm_set1_epi16(short(c));
+    for (; i + 8 <= size; i += 8) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i));
+        const uint mask = uint(_mm_movemask_epi8(_mm_cmpeq_epi16(chunk, needle)));
+        if (mask)
+            return i + int(qCountTrailingZeroBits(mask) / 2);
+    }
+#endif
+    for (; i < size; ++i) {
+        if (data[i] == c)
+            return i;
+    }
+    return -1;
+}
+
+} // namespace
+
+int indexOfText(const QStringRef &text, QLatin1String needle, int from)
+{
+    const ushort first = needle.at(0).unicode();
+    const ushort *data = reinterpret_cast<const ushort *>(text.unicode());
+    const int size = text.size();
+    const int last = size - needle.size();
+    for (int i = indexOfChar(data, size, from, first); i >= 0 && i <= last;
+         i = indexOfChar(data, size, i + 1, first)) {
+        int matched = 1;
+        while (matched < needle.size() && data[i + matched] == needle.at(matched).unicode())
+            ++matched;
+        if (matched == needle.size())
+            return i;
+    }
+    return -1;
+}
+
+int indexOfMark(const QString &line, int from)
+{
+    return indexOfText(QStringRef(&line), s_mark, from);
+}
+
+bool TokenWalker::next(QStringRef &token, bool &isCommand)
+{
+    while (m_position < m_line.size()) {
+        // A closing mark is searched from behind the opening one, so "%%%%"
+        // is one empty command while "%%%" stays unclosed.
+        const int start = m_position;
+        const int mark = indexOfMark(m_line, m_inCommand ? start + 2 : start);
+        if (mark < 0)
+            break;
+        const bool wasCommand = m_inCommand;
+        m_inCommand = !m_inCommand;
+        m_position = wasCommand ? mark + 2 : mark;
+        if (m_position > start) {
+            token = QStringRef(&m_line, start, m_position - start);
+            isCommand = wasCommand;
+            m_hasToken = true;
+            return true;
+        }
+    }
+    if (m_position >= m_line.size() && m_hasToken)
+        return false;
+    token = QStringRef(&m_line, m_position, m_line.size() - m_position);
+    isCommand = m_inCommand;
+    m_position = m_line.size();
+    m_hasToken = true;
+    return true;
+}
+
+void splitCommandToken(const QStringRef &token, QString &name, QString &parameter)
+{
+    // A token shorter than four characters loses what it has after its first two.
+    const int size = qMax(token.size() >= 4 ? token.size() - 4 : token.size() - 2, 0);
+    const QStringRef content =
+        QStringRef(token.string(), token.position() + qMin(2, token.size()), size).trimmed();
+    const int open = content.indexOf(QLatin1Char('('));
+    if (open < 0) {
+        name = content.toString();
+        return;
+    }
+    name = QStringRef(content.string(), content.position(), open).toString();
+    parameter = QStringRef(content.string(), content.position() + open, content.size() - open)
+                    .toString();
+}
+
+// Nothing inside a group is removed (an escape keeps both characters), so a
+// group is the plain text between its parentheses. A group that is never
+// closed, because of its parenthesis or an open string, is dropped.
+void splitGroups(const QString &parameter, GroupList &groups)
+{
+    if (!parameter.contains(QLatin1Char('(')) && !parameter.contains(QLatin1Char(')'))) {
+        groups.append(QStringRef(&parameter));
+        return;
+    }
+    const QChar *text = parameter.constData();
+    const int size = parameter.size();
+    int groupStart = -1;
+    bool inString = false;
+    for (int i = 0; i < size; ++i) {
+        const QChar c = text[i];
+        // Every character that matters sorts at or below ")", but for the backslash.
+        if (c > QLatin1Char(')') && c != s_backslash)
+            continue;
+        if (groupStart < 0) {
+            if (c == QLatin1Char('('))
+                groupStart = i + 1;
+        } else if (c == s_quote) {
+            inString = !inString;
+        } else if (inString) {
+            if (c == s_backslash && i + 1 < size && text[i + 1] == s_quote)
+                ++i;
+        } else if (c == QLatin1Char(')')) {
+            groups.append(parameter.midRef(groupStart, i - groupStart));
+            groupStart = -1;
+        }
+    }
+}
+
+} // namespace TessivaneTemplatePrivate

@@ -1,0 +1,59 @@
+#ifndef TESSIVANETEMPLATE_SYNTAXSCAN_P_H
+#define TESSIVANETEMPLATE_SYNTAXSCAN_P_H
+
+// The scanning rules of the template syntax, working on views of the text so
+// that the parser's path through a line copies only what it hands on. The
+// tokenizer's public operations are built on these, so the rules live here
+// once. Not installed.
+
+#include <QString>
+#include <QStringRef>
+#include <QVarLengthArray>
+
+namespace TessivaneTemplatePrivate {
+
+// The position of the first \a needle in \a text at or after \a from, or -1.
+// QString searches for one character with vector instructions but for a
+// string with a general algorithm that costs more than the whole search on
+// the short texts of a template.
+int indexOfText(const QStringRef &text, QLatin1String needle, int from = 0);
+
+// The position of the first "%%" in \a line at or after \a from, or -1.
+int indexOfMark(const QString &line, int from = 0);
+
+// Walks the tokens of a line from left to right: text tokens, and command
+// tokens that begin with "%%". Marks pair from left to right; an unmatched
+// last mark opens a command that runs to the end of the line. A line without
+// a mark is one text token, even when it is empty; no other token is empty.
+class TokenWalker
+{
+public:
+    explicit TokenWalker(const QString &line)
+        : m_line(line)
+    {
+    }
+
+    // Sets \a token to the next token and \a isCommand to its kind; false at the end.
+    bool next(QStringRef &token, bool &isCommand);
+
+private:
+    const QString &m_line;
+    int m_position = 0;
+    bool m_inCommand = false;
+    bool m_hasToken = false;
+};
+
+// Splits a command token into the name before the first "(" and the
+// parameter from there on, after dropping two characters at each end and
+// trimming; without "(" the parameter is not assigned.
+void splitCommandToken(const QStringRef &token, QString &name, QString &parameter);
+
+using GroupList = QVarLengthArray<QStringRef, 4>;
+
+// The parenthesised groups of \a parameter, without their parentheses; a
+// parameter without any parenthesis is one group.
+void splitGroups(const QString &parameter, GroupList &groups);
+
+} // namespace TessivaneTemplatePrivate
+
+#endif
