@@ -1,5 +1,6 @@
 #include "tessivanetemplateparser.h"
 
+#include "linereader_p.h"
 #include "qtcompat_p.h"
 #include "tessivanetemplate.h"
 #include "tessivanetemplatecommand.h"
@@ -9,6 +10,7 @@
 #include "tessivanetemplatecommandreg.h"
 #include "tessivanetemplatecommandtag.h"
 #include "tessivanetemplatecommandversion.h"
+#include "syntaxscan_p.h"
 #include "tessivanetemplatetokenizer.h"
 
 #include <cstdarg>
@@ -43,28 +45,31 @@ TessivaneTemplateParser::~TessivaneTemplateParser()
 
 int TessivaneTemplateParser::process()
 {
-    while (!m_in->atEnd()) {
-        QString line = m_in->readLine();
+    // One buffer serves every line, so a plain line costs no allocation.
+    LineReader reader(m_in);
+    QString line;
+    while (!reader.atEnd()) {
+        reader.readLine(line);
         ++m_lineNumber;
         line += QLatin1Char('\n');
-        if (!processLine(line))
+        if (indexOfMark(line) < 0) {
+            if (m_activeCommands.isEmpty())
+                *m_out << line;
+        } else if (!processCommandLine(line)) {
             return 1;
+        }
     }
     return 0;
 }
 
-// Returns false when a declared template version stops the input.
-bool TessivaneTemplateParser::processLine(QString &line)
+// Returns false when a declared template version stops the input. The line
+// is walked as the tokenizer cuts it, without copying its text tokens.
+bool TessivaneTemplateParser::processCommandLine(const QString &line)
 {
-    TessivaneTemplateTokenizer tokenizer(line);
-    if (!tokenizer.containsTemplateCommands()) {
-        if (m_activeCommands.isEmpty())
-            *m_out << line;
-        return true;
-    }
-    QString token;
+    TokenWalker walker(line);
+    QStringRef token;
     bool isCommand = false;
-    while (tokenizer.nextToken(token, isCommand)) {
+    while (walker.next(token, isCommand)) {
         if (!isCommand) {
             if (m_activeCommands.isEmpty())
                 *m_out << token;
@@ -72,7 +77,7 @@ bool TessivaneTemplateParser::processLine(QString &line)
         }
         QString name;
         QString parameter;
-        tokenizer.parseCommandToken(token, name, parameter);
+        splitCommandToken(token, name, parameter);
         if (!processCommand(name, parameter))
             return false;
     }

@@ -72,7 +72,7 @@ public:
 private:
     Q_DISABLE_COPY(TessivaneTemplateParser)
 
-    bool processLine(QString &line);
+    bool processCommandLine(const QString &line);
     bool processCommand(QString &name, QString &parameter);
     void report(const char *kind, const QString &message, bool isDebug);
 

@@ -1,0 +1,136 @@
+#include "linereader_p.h"
+
+#include <QIODevice>
+#include <QTextCodec>
+
+#include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+namespace TessivaneTemplatePrivate {
+
+namespace {
+
+const int s_chunkSize = 1 << 16;
+const int s_utf8Mib = 106;
+const int s_latin1Mib = 4;
+
+// Widens ASCII bytes into UTF-16 characters, sixteen at a time where the
+// processor allows: this runs over every byte of a template. Returns false at
+// the first byte above 0x7F, with \a out partly written.
+bool widenAscii(const char *in, int size, ushort *out)
+{
+    int i = 0;
+#ifdef __SSE2__
+    const __m128i zero = _mm_setzero_si128();
+    for (; i + 16 <= size; i += 16) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + i));
+        if (_mm_movemask_epi8(chunk))
+            return false;
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + i), _mm_unpacklo_epi8(chunk, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + i + 8), _mm_unpackhi_epi8(chunk, zero));
+    }
+#endif
+    for (; i < size; ++i) {
+        const unsigned char c = static_cast<unsigned char>(in[i]);
+        if (c > 0x7F)
+            return false;
+        out[i] = c;
+    }
+    return true;
+}
+
+} // namespace
+
+LineReader::LineReader(QTextStream *stream)
+    : m_stream(stream)
+{
+    if (!takeOverDevice())
+        m_device = nullptr;
+}
+
+LineReader::~LineReader() = default;
+
+bool LineReader::takeOverDevice()
+{
+    QIODevice *device = m_stream->device();
+    // A stream that has buffered text of its own, or reads a pipe, where
+    // that cannot be told, keeps reading for itself.
+    if (!device || device->isSequential() || m_stream->pos() != device->pos())
+        return false;
+    QTextCodec *codec = m_stream->codec();
+    if (m_stream->autoDetectUnicode()) {
+        const qint64 start = device->pos();
+        codec = QTextCodec::codecForUtfText(device->peek(4), codec);
+        if (device->pos() != start)
+            return false;
+    }
+    if (!codec || (codec->mibEnum() != s_utf8Mib && codec->mibEnum() != s_latin1Mib))
+        return false;
+    m_device = device;
+    m_decoder.reset(codec->makeDecoder());
+    return true;
+}
+
+bool LineReader::atEnd()
+{
+    if (!m_device)
+        return m_stream->atEnd();
+    return m_position >= m_buffer.size() && !fill();
+}
+
+// Keeps the unread rest of the buffer and appends the next chunk.
+bool LineReader::fill()
+{
+    m_buffer.remove(0, m_position);
+    m_position = 0;
+    const int kept = m_buffer.size();
+    m_buffer.resize(kept + s_chunkSize);
+    const qint64 got = m_device->read(m_buffer.data() + kept, s_chunkSize);
+    m_buffer.resize(kept + int(qMax<qint64>(got, 0)));
+    return got > 0;
+}
+
+void LineReader::readLine(QString &line)
+{
+    if (!m_device) {
+        m_stream->readLineInto(&line);
+        return;
+    }
+    int end = -1;
+    for (;;) {
+        const char *start = m_buffer.constData() + m_position;
+        const void *found = std::memchr(start, '\n', size_t(m_buffer.size() - m_position));
+        if (found) {
+            end = int(static_cast<const char *>(found) - m_buffer.constData());
+            break;
+        }
+        if (!fill())
+            break;
+    }
+    const bool hasFeed = end >= 0;
+    const int size = (hasFeed ? end + 1 : m_buffer.size()) - m_position;
+    decode(m_buffer.constData() + m_position, size, line);
+    m_position += size;
+    if (hasFeed)
+        line.chop(1);
+    if (line.endsWith(QLatin1Char('\r')))
+        line.chop(1);
+}
+
+// The line feed goes through the decoder with its line, so that a broken
+// sequence at the end of a line is reported in that line.
+void LineReader::decode(const char *bytes, int size, QString &line)
+{
+    if (!m_isFirstLine) {
+        line.resize(size);
+        if (widenAscii(bytes, size, reinterpret_cast<ushort *>(line.data())))
+            return;
+    }
+    m_isFirstLine = false;
+    line = m_decoder->toUnicode(bytes, size);
+}
+
+} // namespace TessivaneTemplatePrivate
