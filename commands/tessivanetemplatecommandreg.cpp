@@ -6,6 +6,7 @@
 #include "tessivanetemplate.h"
 #include "tessivanetemplateparser.h"
 #include "tessivanetemplatetokenizer.h"
+#include "syntaxscan_p.h"
 
 #include <QMap>
 
@@ -26,6 +27,25 @@ QMap<QString, QString> valueMapping(const QString &group)
     for (int i = 0; i + 1 < strings.size(); i += 2)
         mapping.insert(strings.at(i), strings.at(i + 1));
     return mapping;
+}
+
+// Every "$REGROOT" in the key becomes the registry root, in one pass and
+// one allocation.
+QString expandRegRoot(const QStringRef &key, const QString &root)
+{
+    const QLatin1String variable("$REGROOT");
+    int at = indexOfText(key, variable);
+    if (at < 0)
+        return key.toString();
+    QString expanded;
+    expanded.reserve(key.size() + 2 * root.size());
+    int from = 0;
+    for (; at >= 0; at = indexOfText(key, variable, from)) {
+        expanded.append(QStringRef(key.string(), key.position() + from, at - from)).append(root);
+        from = at + variable.size();
+    }
+    return expanded.append(
+        QStringRef(key.string(), key.position() + from, key.size() - from));
 }
 
 } // namespace
@@ -72,18 +92,19 @@ int TessivaneTemplateCommandReg::getReg(TessivaneTemplateParser *parser, const Q
         message = QStringLiteral("no registry backend set, can't lookup reg key");
         return 1;
     }
-    const QStringList groups = TessivaneTemplateTokenizer::tokenizeParameters(parameter);
+    // The groups are views of the parameter: only what is used gets copied.
+    GroupList groups;
+    splitGroups(parameter, groups);
     if (groups.isEmpty()) {
         message = QStringLiteral("empty parameter for REG");
         return 1;
     }
     const bool hasDefault = groups.size() >= 3;
     const QString defaultValue =
-        hasDefault ? TessivaneTemplateTokenizer::unescape(groups.at(2)) : QString();
+        hasDefault ? TessivaneTemplateTokenizer::unescape(groups.at(2).toString()) : QString();
     const QMap<QString, QString> mapping =
-        groups.size() >= 2 ? valueMapping(groups.at(1)) : QMap<QString, QString>();
-    QString key = groups.first();
-    key.replace(QLatin1String("$REGROOT"), parser->getTemplate()->regRoot());
+        groups.size() >= 2 ? valueMapping(groups.at(1).toString()) : QMap<QString, QString>();
+    const QString key = expandRegRoot(groups.at(0), parser->getTemplate()->regRoot());
 
     QString result;
     const _RegEntryParam param = {0};
