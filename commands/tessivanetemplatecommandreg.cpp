@@ -9,6 +9,9 @@
 #include "syntaxscan_p.h"
 
 #include <QMap>
+#include <QVarLengthArray>
+
+#include <algorithm>
 
 using namespace TessivaneTemplatePrivate;
 
@@ -29,23 +32,29 @@ QMap<QString, QString> valueMapping(const QString &group)
     return mapping;
 }
 
-// Every "$REGROOT" in the key becomes the registry root, in one pass and
-// one allocation.
+// Every "$REGROOT" in the key becomes the registry root, built in place in
+// one allocation: this runs for every registry command of a template.
 QString expandRegRoot(const QStringRef &key, const QString &root)
 {
     const QLatin1String variable("$REGROOT");
-    int at = indexOfText(key, variable);
-    if (at < 0)
+    QVarLengthArray<int, 4> found;
+    for (int at = indexOfText(key, variable); at >= 0; at = indexOfText(key, variable, at + 8))
+        found.append(at);
+    if (found.isEmpty())
         return key.toString();
-    QString expanded;
-    expanded.reserve(key.size() + 2 * root.size());
+    QString expanded(key.size() + found.size() * (root.size() - variable.size()),
+                     Qt::Uninitialized);
+    QChar *out = expanded.data();
     int from = 0;
-    for (; at >= 0; at = indexOfText(key, variable, from)) {
-        expanded.append(QStringRef(key.string(), key.position() + from, at - from)).append(root);
+    found.append(key.size());
+    for (const int at : qAsConst(found)) {
+        out = std::copy(key.unicode() + from, key.unicode() + at, out);
+        if (at == key.size())
+            break;
+        out = std::copy(root.unicode(), root.unicode() + root.size(), out);
         from = at + variable.size();
     }
-    return expanded.append(
-        QStringRef(key.string(), key.position() + from, key.size() - from));
+    return expanded;
 }
 
 } // namespace
