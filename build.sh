@@ -65,16 +65,27 @@ install_into() {
     cmake --install "$build" --prefix "$1" >/dev/null
 }
 
-# Builds the example host program against an installed tree, as a consumer would.
+# Builds the example host program against an installed tree, as a consumer
+# would, and checks that it renders the example as the installed tool does.
 check_consumer() {
     local prefix=$1 dir="$build/example-host"
     rm -rf "$dir"
     cmake -S "$top/examples/host" -B "$dir" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
     cmake --build "$dir" -j "$jobs" >/dev/null
-    (cd "$top/examples" && LD_LIBRARY_PATH="$prefix/lib" "$dir/example-host" \
-        service.conf.tmpl >/dev/null)
-    PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs tessivanetemplate >/dev/null
-    echo "build.sh: the example host builds and runs against the installed package"
+    PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --exists tessivanetemplate
+    cd "$top/examples"
+    local host tool
+    host=$(LD_LIBRARY_PATH="$prefix/lib" "$dir/example-host" service.conf.tmpl registry.json \
+        overrides.conf)
+    tool=$("$prefix/bin/tessivane-template" -r registry.json -r overrides.conf -R /etc/webshop \
+        -t hostname=example-host -t workers=4 --comment-prefix '#' service.conf.tmpl)
+    cd "$top"
+    if [ "$host" != "$tool" ]; then
+        echo "build.sh: the example host and the tool render the example differently" >&2
+        diff <(echo "$host") <(echo "$tool") >&2 || true
+        return 1
+    fi
+    echo "build.sh: the example host, built against the installed package, renders as the tool does"
 }
 
 render_example() {

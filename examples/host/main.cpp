@@ -1,6 +1,7 @@
-// A small host: fills a registry, registers two tags and renders the template
-// named on the command line to standard output.
+// A small host: loads registry files, registers its tags and renders the
+// template named on the command line to standard output.
 
+#include <tessivaneregistryfile.h>
 #include <tessivanetemplate.h>
 
 #include <QDate>
@@ -31,13 +32,18 @@ static bool exampleTags(const QString &name, QTextStream *out, bool wantValue, i
 
 int main(int argc, char **argv)
 {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: example-host TEMPLATE\n");
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: example-host TEMPLATE [REGISTRY-FILE...]\n");
         return 2;
     }
     Tessivane registry;
-    registry.set(QStringLiteral("/etc/webshop/net/port"), QStringLiteral("8080"));
-    registry.set(QStringLiteral("/etc/webshop/name"), QStringLiteral("example"));
+    for (int i = 2; i < argc; ++i) {
+        TessivaneRegistryFile file;
+        if (!file.load(QFile::decodeName(argv[i]), &registry)) {
+            std::fprintf(stderr, "%s\n", qPrintable(file.errorString()));
+            return 2;
+        }
+    }
 
     TessivaneTemplate engine;
     engine.setRegistryBackend(&registry); // before the tags, so that they receive it
