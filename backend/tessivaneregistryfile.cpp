@@ -19,34 +19,41 @@ const QByteArray s_utf8Bom("\xEF\xBB\xBF");
 
 using Values = QList<QPair<QString, QString>>;
 
-// Integers print as integers (80, not 80.0) as long as a double holds them
-// exactly; other numbers in the shortest form that reads back the same.
+// JSON numbers arrive as doubles, which hold every integer up to 2^53 exactly.
+const double s_largestExactInteger = 9007199254740992.0;
+
+// Integers print as integers (80, not 80.0); other numbers in the shortest
+// form that reads back the same.
 QString numberText(double number)
 {
-    if (std::floor(number) == number && std::fabs(number) < 9007199254740992.0)
+    if (std::floor(number) == number)
         return QString::number(qint64(number));
     return QString::number(number, 'g', QLocale::FloatingPointShortest);
 }
 
-void collectJson(const QString &key, const QJsonValue &value, Values &values)
+// Collects the values below \a key. A number too large to be held exactly
+// would be stored changed, so its key goes to \a inexact instead.
+void collectJson(const QString &key, const QJsonValue &value, Values &values, QString &inexact)
 {
     switch (value.type()) {
     case QJsonValue::Object: {
         const QJsonObject object = value.toObject();
         for (auto it = object.begin(); it != object.end(); ++it)
-            collectJson(key + QLatin1Char('/') + it.key(), it.value(), values);
+            collectJson(key + QLatin1Char('/') + it.key(), it.value(), values, inexact);
         break;
     }
     case QJsonValue::Array: {
         const QJsonArray array = value.toArray();
         for (int i = 0; i < array.size(); ++i)
-            collectJson(key + QLatin1Char('/') + QString::number(i), array.at(i), values);
+            collectJson(key + QLatin1Char('/') + QString::number(i), array.at(i), values, inexact);
         break;
     }
     case QJsonValue::String:
         values.append(qMakePair(key, value.toString()));
         break;
     case QJsonValue::Double:
+        if (std::fabs(value.toDouble()) >= s_largestExactInteger && inexact.isNull())
+            inexact = key;
         values.append(qMakePair(key, numberText(value.toDouble())));
         break;
     case QJsonValue::Bool:
@@ -159,7 +166,11 @@ bool TessivaneRegistryFile::parseJson(const QString &fileName, const QByteArray 
     }
     if (!document.isObject())
         return fail(fileName + QLatin1String(": the top level of a JSON registry file must be an object"));
-    collectJson(QString(), QJsonValue(document.object()), m_values);
+    QString inexact;
+    collectJson(QString(), QJsonValue(document.object()), m_values, inexact);
+    if (!inexact.isNull())
+        return fail(fileName + QLatin1String(": the number of ") + inexact
+                    + QLatin1String(" is too large to be kept exactly; write it as a string"));
     return true;
 }
 
