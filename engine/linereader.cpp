@@ -74,11 +74,44 @@ bool LineReader::takeOverDevice()
     return true;
 }
 
-bool LineReader::atEnd()
+bool LineReader::readLine(QString &line)
 {
+    // A pipe may say it is not at its end and then deliver nothing more.
     if (!m_device)
-        return m_stream->atEnd();
-    return m_position >= m_buffer.size() && !fill();
+        return !m_stream->atEnd() && m_stream->readLineInto(&line);
+    const int end = findLineEnd();
+    const bool hasFeed = end >= 0;
+    const int size = (hasFeed ? end + 1 : m_buffer.size()) - m_position;
+    if (size == 0)
+        return false;
+    decode(m_buffer.constData() + m_position, size, line);
+    m_position += size;
+    // Bytes after the last line feed that decode to nothing, a sequence cut
+    // short, are no line: QTextStream finds itself at the end there too.
+    if (!hasFeed && line.isEmpty())
+        return false;
+    if (hasFeed)
+        line.chop(1);
+    if (line.endsWith(QLatin1Char('\r')))
+        line.chop(1);
+    return true;
+}
+
+// The position of the next line feed in the buffer, reading on as needed, or
+// -1 at the end of the input. Each byte is searched once, however long the line.
+int LineReader::findLineEnd()
+{
+    int searched = 0;
+    for (;;) {
+        const int available = m_buffer.size() - m_position;
+        const char *start = m_buffer.constData() + m_position;
+        const void *found = std::memchr(start + searched, '\n', size_t(available - searched));
+        if (found)
+            return int(static_cast<const char *>(found) - m_buffer.constData());
+        searched = available;
+        if (!fill())
+            return -1;
+    }
 }
 
 // Keeps the unread rest of the buffer and appends the next chunk.
@@ -91,33 +124,6 @@ bool LineReader::fill()
     const qint64 got = m_device->read(m_buffer.data() + kept, s_chunkSize);
     m_buffer.resize(kept + int(qMax<qint64>(got, 0)));
     return got > 0;
-}
-
-void LineReader::readLine(QString &line)
-{
-    if (!m_device) {
-        m_stream->readLineInto(&line);
-        return;
-    }
-    int end = -1;
-    for (;;) {
-        const char *start = m_buffer.constData() + m_position;
-        const void *found = std::memchr(start, '\n', size_t(m_buffer.size() - m_position));
-        if (found) {
-            end = int(static_cast<const char *>(found) - m_buffer.constData());
-            break;
-        }
-        if (!fill())
-            break;
-    }
-    const bool hasFeed = end >= 0;
-    const int size = (hasFeed ? end + 1 : m_buffer.size()) - m_position;
-    decode(m_buffer.constData() + m_position, size, line);
-    m_position += size;
-    if (hasFeed)
-        line.chop(1);
-    if (line.endsWith(QLatin1Char('\r')))
-        line.chop(1);
 }
 
 // The line feed goes through the decoder with its line, so that a broken

@@ -28,13 +28,14 @@ public:
     explicit LineReader(QTextStream *stream);
     ~LineReader();
 
-    bool atEnd();
-    void readLine(QString &line);
+    // Reads the next line into \a line; false at the end of the input.
+    bool readLine(QString &line);
 
 private:
     Q_DISABLE_COPY(LineReader)
 
     bool takeOverDevice();
+    int findLineEnd();
     bool fill();
     void decode(const char *bytes, int size, QString &line);
 

@@ -48,8 +48,7 @@ int TessivaneTemplateParser::process()
     // One buffer serves every line, so a plain line costs no allocation.
     LineReader reader(m_in);
     QString line;
-    while (!reader.atEnd()) {
-        reader.readLine(line);
+    while (reader.readLine(line)) {
         ++m_lineNumber;
         line += QLatin1Char('\n');
         if (indexOfMark(line) < 0) {
