@@ -23,7 +23,7 @@ using Values = QList<QPair<QString, QString>>;
 const double s_largestExactInteger = 9007199254740992.0;
 
 // Integers print as integers (80, not 80.0); other numbers in the shortest
-// form that reads back the same.
+// form that reads back the same. Only numbers below 2^53 come here.
 QString numberText(double number)
 {
     if (std::floor(number) == number)
@@ -52,9 +52,10 @@ void collectJson(const QString &key, const QJsonValue &value, Values &values, QS
         values.append(qMakePair(key, value.toString()));
         break;
     case QJsonValue::Double:
-        if (std::fabs(value.toDouble()) >= s_largestExactInteger && inexact.isNull())
+        if (std::fabs(value.toDouble()) < s_largestExactInteger)
+            values.append(qMakePair(key, numberText(value.toDouble())));
+        else if (inexact.isNull())
             inexact = key;
-        values.append(qMakePair(key, numberText(value.toDouble())));
         break;
     case QJsonValue::Bool:
         values.append(qMakePair(key, QString(value.toBool() ? QLatin1Char('1') : QLatin1Char('0'))));
