@@ -1,0 +1,192 @@
+// Runs arbitrary templates through the whole engine: every command, nested
+// conditions, tags, registry lookups and includes of a small fixed set of files.
+// Each template is read twice, once as a buffer and once as a pipe, and the two
+// outputs must agree: the engine cuts a buffer into lines itself and leaves a
+// pipe to QTextStream, whose lines are the ones templates are defined by.
+
+#include "tessivane.h"
+#include "tessivanetemplate.h"
+#include "tessivanetemplatetag.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryFile>
+#include <QTextCodec>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <unistd.h>
+
+namespace {
+
+// Writes its name, or answers a number derived from it; names starting with
+// "no" fail, so that both outcomes of a handler are reached.
+class FuzzTag : public TessivaneTemplateTag
+{
+public:
+    bool processTag(const QString &tagName, QTextStream *out, bool wantValue, int *value) override
+    {
+        if (tagName.startsWith(QLatin1String("no")))
+            return false;
+        if (!wantValue) {
+            if (out)
+                *out << tagName;
+            return true;
+        }
+        bool isNumber = false;
+        const int number = tagName.toInt(&isNumber);
+        if (value)
+            *value = isNumber ? number : tagName.size();
+        return true;
+    }
+};
+
+// Included files live in a directory of their own that is the working
+// directory, so that relative names in templates resolve against it.
+const char s_included[] = "a %%REG($REGROOT/one)%% %%TAG(hostname)%%\n"
+                          "%%IF REG($REGROOT/zero)%%hidden %%INCLUDE_FILE(b.tmpl)%%\n%%ENDIF%%\n"
+                          "%%INCLUDE_FILE(b.tmpl)%%end of a\n";
+const char s_nested[] = "b %%REG_QUOTE($REGROOT/text)%%\n"
+                        "%%IF TAG(1) == 1%%kept\n%%IF TAG(no)%%open at the end\n"
+                        "%%TEMPLATE_VERSION(1)%%\n";
+
+// A pipe over the input: the engine reads a sequential device as it reads
+// standard input, through QTextStream, where a file or buffer is cut into
+// lines from its bytes.
+class Pipe : public QIODevice
+{
+public:
+    explicit Pipe(const QByteArray &data)
+        : m_data(data)
+    {
+    }
+    bool isSequential() const override { return true; }
+    qint64 bytesAvailable() const override
+    {
+        return m_data.size() - m_position + QIODevice::bytesAvailable();
+    }
+
+protected:
+    qint64 readData(char *out, qint64 size) override
+    {
+        size = qMin<qint64>(size, m_data.size() - m_position);
+        std::memcpy(out, m_data.constData() + m_position, size_t(size));
+        m_position += size;
+        return size;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    const QByteArray m_data;
+    qint64 m_position = 0;
+};
+
+struct Fixture
+{
+    Tessivane registry;
+    FuzzTag hostTag;
+    FuzzTag defaultTag;
+    QTemporaryFile fromBuffer;
+    QTemporaryFile fromPipe;
+};
+
+std::unique_ptr<Fixture> s_fixture;
+
+// Written only when it differs, so that runs side by side (-fork, -jobs) never
+// see a file half rewritten.
+void writeFixed(const QString &path, const char *content)
+{
+    QFile file(path);
+    if (file.open(QIODevice::ReadOnly) && file.readAll() == content)
+        return;
+    file.close();
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) < 0)
+        std::abort();
+}
+
+void ignoreMessage(QtMsgType, const QMessageLogContext &, const QString &)
+{
+}
+
+// Absolute names and ".." would let a template include anything on the
+// machine, /dev/zero or /proc/kcore among them, and the run would stall on
+// input that is endless by design; such inputs are left out.
+bool leavesFixedDirectory(const QByteArray &data)
+{
+    if (!data.contains("INCLUDE_"))
+        return false;
+    return data.contains("..") || data.contains("(/");
+}
+
+// Returns the result code and the output of one run.
+QByteArray render(TessivaneTemplate &engine, QIODevice &input, QTemporaryFile &output)
+{
+    if (!input.open(QIODevice::ReadOnly) || !output.resize(0) || !output.seek(0))
+        std::abort();
+    const int result = engine.process(&input, QStringLiteral("fuzz.tmpl"), output);
+    if ((result != 0 && result != 1) || !engine.runningParsers().isEmpty() || !output.seek(0))
+        std::abort();
+    return QByteArray::number(result) + ':' + output.readAll();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
+{
+    // The engine decodes templates with the locale's codec; pin it so that a
+    // finding reproduces whatever the shell's locale.
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    qInstallMessageHandler(ignoreMessage);
+    s_fixture = std::make_unique<Fixture>();
+    // Beside the program rather than in a temporary directory, which a crash
+    // would leave behind.
+    const QString path = QFileInfo(QFile::decodeName(*argc > 0 ? (*argv)[0] : ".")).absolutePath()
+        + QLatin1String("/render-includes");
+    if (!QDir().mkpath(path + QLatin1String("/sub")))
+        std::abort();
+    writeFixed(path + QLatin1String("/a.tmpl"), s_included);
+    writeFixed(path + QLatin1String("/sub/b.tmpl"), s_nested);
+    writeFixed(path + QLatin1String("/b.tmpl"), s_nested);
+    if (::chdir(QFile::encodeName(path).constData()) != 0 || !s_fixture->fromBuffer.open()
+        || !s_fixture->fromPipe.open())
+        std::abort();
+
+    Tessivane &registry = s_fixture->registry;
+    registry.set(QStringLiteral("/k/zero"), QStringLiteral("0"));
+    registry.set(QStringLiteral("/k/one"), QStringLiteral("1"));
+    registry.set(QStringLiteral("/k/empty"), QString());
+    registry.set(QStringLiteral("/k/text"), QStringLiteral("a \"b\" = ]\u00fc"));
+    s_fixture->hostTag.addTagName("hostname");
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size)
+{
+    QByteArray data = QByteArray::fromRawData(reinterpret_cast<const char *>(bytes), int(size));
+    if (leavesFixedDirectory(data))
+        return -1;
+
+    // The first byte also picks the engine's settings, so that diagnostics in
+    // the output and debug reports are fuzzed along with the text.
+    const unsigned settings = size ? bytes[0] : 0;
+    TessivaneTemplate engine;
+    engine.setRegistryBackend(&s_fixture->registry);
+    engine.setRegRoot("/k");
+    engine.setShowDebug(settings & 1);
+    engine.setCommentPrefix(settings & 2 ? "#" : "");
+    engine.setCommentSuffix(settings & 4 ? "*/" : "");
+    engine.addTag(&s_fixture->hostTag);
+    engine.setDefaultTagHandler(&s_fixture->defaultTag);
+
+    // Both ways of reading a template must give the same output, byte for byte.
+    QBuffer buffer(&data);
+    Pipe pipe(data);
+    if (render(engine, buffer, s_fixture->fromBuffer) != render(engine, pipe, s_fixture->fromPipe))
+        std::abort();
+    return 0;
+}
