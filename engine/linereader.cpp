@@ -56,9 +56,13 @@ LineReader::~LineReader() = default;
 bool LineReader::takeOverDevice()
 {
     QIODevice *device = m_stream->device();
-    // A stream that has buffered text of its own, or reads a pipe, where
-    // that cannot be told, keeps reading for itself.
-    if (!device || device->isSequential() || m_stream->pos() != device->pos())
+    // A pipe keeps its reading to the stream: whether the stream holds text
+    // of its own that it has read ahead cannot be told there. On a file,
+    // pos() puts the device where the stream's reader stands.
+    if (!device || device->isSequential())
+        return false;
+    const qint64 streamPosition = m_stream->pos();
+    if (streamPosition < 0 || streamPosition != device->pos())
         return false;
     QTextCodec *codec = m_stream->codec();
     if (m_stream->autoDetectUnicode()) {
