@@ -1,14 +1,9 @@
 #include "testsupport.h"
 
 #include <QBuffer>
-#include <QFile>
 #include <QTemporaryFile>
 
-namespace {
-
-MessageRecorder *s_recorder = nullptr;
-
-} // namespace
+static MessageRecorder *s_recorder = nullptr;
 
 void PrintTo(const QString &text, std::ostream *os)
 {
@@ -20,56 +15,34 @@ void PrintTo(const QByteArray &bytes, std::ostream *os)
     *os << '"' << bytes.toStdString() << '"';
 }
 
-void PrintTo(const QStringList &list, std::ostream *os)
-{
-    *os << '{';
-    for (int i = 0; i < list.size(); ++i) {
-        if (i)
-            *os << ", ";
-        PrintTo(list.at(i), os);
-    }
-    *os << '}';
-}
-
 MessageRecorder::MessageRecorder()
 {
     s_recorder = this;
-    m_previous = qInstallMessageHandler(&MessageRecorder::handle);
+    previous =
+        qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
+            (type == QtDebugMsg ? s_recorder->debugs : s_recorder->warnings).append(text);
+        });
 }
 
 MessageRecorder::~MessageRecorder()
 {
-    qInstallMessageHandler(m_previous);
+    qInstallMessageHandler(previous);
     s_recorder = nullptr;
-}
-
-void MessageRecorder::clear()
-{
-    m_warnings.clear();
-    m_debugs.clear();
-}
-
-void MessageRecorder::handle(QtMsgType type, const QMessageLogContext &, const QString &message)
-{
-    if (type == QtDebugMsg)
-        s_recorder->m_debugs.append(message);
-    else
-        s_recorder->m_warnings.append(message);
 }
 
 Rendered render(TessivaneTemplate &engine, const QByteArray &templateText, const QString &name)
 {
-    Rendered rendered;
-    QByteArray input = templateText;
-    QBuffer buffer(&input);
+    QBuffer buffer;
+    buffer.setData(templateText);
     buffer.open(QIODevice::ReadOnly);
     QTemporaryFile out;
     EXPECT_TRUE(out.open());
+    Rendered rendered;
     {
         MessageRecorder recorder;
         rendered.result = engine.process(&buffer, name, out);
-        rendered.warnings = recorder.warnings();
-        rendered.debugs = recorder.debugs();
+        rendered.warnings = recorder.warnings;
+        rendered.debugs = recorder.debugs;
     }
     out.seek(0);
     rendered.output = out.readAll();
@@ -86,7 +59,5 @@ void writeFile(const QString &path, const QByteArray &bytes)
 QByteArray readFile(const QString &path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return QByteArray();
-    return file.readAll();
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }

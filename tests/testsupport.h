@@ -3,39 +3,47 @@
 
 #include "tessivanetemplate.h"
 
-#include <QByteArray>
-#include <QString>
-#include <QStringList>
+#include <QDir>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-#include <ostream>
-
-// Readable values in assertion failures.
+// Readable values in assertion failures; lists of them print through these too.
 void PrintTo(const QString &text, std::ostream *os);
 void PrintTo(const QByteArray &bytes, std::ostream *os);
-void PrintTo(const QStringList &list, std::ostream *os);
 
-/**
- * Records every Qt message while it exists and puts the previous handler back
- * when it goes. Only one may exist at a time.
- */
-class MessageRecorder
+/// Names each test of a table after the `name` of its row.
+inline const auto testRowName = [](const auto &info) { return std::string(info.param.name); };
+
+/// Records every Qt message while it exists; only one may exist at a time.
+struct MessageRecorder
 {
-public:
     MessageRecorder();
     ~MessageRecorder();
 
-    QStringList warnings() const { return m_warnings; }
-    QStringList debugs() const { return m_debugs; }
-    void clear();
+    QtMessageHandler previous;
+    QStringList warnings;
+    QStringList debugs;
+};
 
-private:
-    static void handle(QtMsgType type, const QMessageLogContext &context, const QString &message);
+/// A fixture with a fresh engine on a fresh, empty in-memory backend.
+template<typename Row> class EngineTest : public ::testing::TestWithParam<Row>
+{
+protected:
+    EngineTest() { engine.setRegistryBackend(&backend); }
 
-    QtMessageHandler m_previous;
-    QStringList m_warnings;
-    QStringList m_debugs;
+    Tessivane backend;
+    TessivaneTemplate engine;
+};
+
+/// Makes a fresh temporary directory the working directory while it exists.
+struct WorkingDirectory
+{
+    WorkingDirectory() { EXPECT_TRUE(dir.isValid() && QDir::setCurrent(dir.path())); }
+    ~WorkingDirectory() { QDir::setCurrent(previous); }
+
+    const QString previous = QDir::currentPath();
+    QTemporaryDir dir;
 };
 
 /// What one template run produced.
@@ -47,16 +55,12 @@ struct Rendered
     QStringList debugs;
 };
 
-/**
- * Runs \a templateText through \a engine as the template named \a name (the
- * name reports print) and returns the output bytes and the messages.
- */
+/// Runs \a templateText through \a engine as the template named \a name.
 Rendered render(TessivaneTemplate &engine, const QByteArray &templateText,
                 const QString &name = QStringLiteral("in.tmpl"));
 
-/// Writes \a bytes to \a path, creating the file; fails the test on error.
+// writeFile() fails the test on error; readFile() is empty when the file cannot be read.
 void writeFile(const QString &path, const QByteArray &bytes);
-/// The whole content of \a path; empty when it cannot be read.
 QByteArray readFile(const QString &path);
 
 #endif
