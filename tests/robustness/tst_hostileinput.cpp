@@ -105,12 +105,6 @@ struct TemplateRow
     bool isRootImmune = false; // permission bits do not stop root
 };
 
-// Rows print as their names, also in the test names CTest lists.
-void PrintTo(const TemplateRow &row, std::ostream *os)
-{
-    *os << row.name;
-}
-
 class HostileTemplate : public HostileInput, public ::testing::WithParamInterface<TemplateRow>
 {
 protected:
@@ -177,8 +171,7 @@ TEST_P(HostileTemplate, RendersAsDecoded)
     EXPECT_EQ(rendered.warnings, warning.isEmpty() ? QStringList() : QStringList(warning));
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, HostileTemplate, ::testing::ValuesIn(s_templateRows),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Rows, HostileTemplate, ::testing::ValuesIn(s_templateRows), testRowName);
 
 struct ToolRow
 {
@@ -186,11 +179,6 @@ struct ToolRow
     const char *output; // the OUTPUT argument; null: standard output, going to /dev/full
     const char *error; // how the one line on standard error begins
 };
-
-void PrintTo(const ToolRow &row, std::ostream *os)
-{
-    *os << row.name;
-}
 
 using HostileTool = ::testing::TestWithParam<ToolRow>;
 
@@ -224,8 +212,7 @@ TEST_P(HostileTool, FailsWithFileError)
     EXPECT_EQ(tool.readAllStandardOutput(), QByteArray());
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, HostileTool, ::testing::ValuesIn(s_toolRows),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Rows, HostileTool, ::testing::ValuesIn(s_toolRows), testRowName);
 
 // A producer still writing after its last line, as most pipes are: that the
 // input has ended shows only when a read finds nothing, and nothing is no line.
