@@ -11,8 +11,6 @@ namespace TessivaneTemplatePrivate {
 namespace {
 
 const QLatin1String s_mark("%%");
-const QChar s_quote(QLatin1Char('"'));
-const QChar s_backslash(QLatin1Char('\\'));
 
 // The position of \a c in \a data at or after \a from, eight characters at a
 // time where the processor allows; -1 when it is not there.
@@ -33,6 +31,37 @@ int indexOfChar(const ushort *data, int size, int from, ushort c)
             return i;
     }
     return -1;
+}
+
+bool isSyntaxChar(ushort c)
+{
+    return c == '(' || c == ')' || c == '"' || c == '\\';
+}
+
+// The position of the next "(", ")", double quote or backslash in \a data at
+// or after \a from, or \a size: the only characters a group scan looks at.
+int indexOfSyntaxChar(const ushort *data, int size, int from)
+{
+    int i = from;
+#ifdef __SSE2__
+    const __m128i open = _mm_set1_epi16('(');
+    const __m128i close = _mm_set1_epi16(')');
+    const __m128i quote = _mm_set1_epi16('"');
+    const __m128i backslash = _mm_set1_epi16('\\');
+    for (; i + 8 <= size; i += 8) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i));
+        const __m128i hits =
+            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(chunk, open), _mm_cmpeq_epi16(chunk, close)),
+                         _mm_or_si128(_mm_cmpeq_epi16(chunk, quote),
+                                      _mm_cmpeq_epi16(chunk, backslash)));
+        const uint mask = uint(_mm_movemask_epi8(hits));
+        if (mask)
+            return i + int(qCountTrailingZeroBits(mask) / 2);
+    }
+#endif
+    while (i < size && !isSyntaxChar(data[i]))
+        ++i;
+    return i;
 }
 
 } // namespace
@@ -93,7 +122,8 @@ void splitCommandToken(const QStringRef &token, QString &name, QString &paramete
     const int size = qMax(token.size() >= 4 ? token.size() - 4 : token.size() - 2, 0);
     const QStringRef content =
         QStringRef(token.string(), token.position() + qMin(2, token.size()), size).trimmed();
-    const int open = content.indexOf(QLatin1Char('('));
+    const int open = indexOfChar(reinterpret_cast<const ushort *>(content.unicode()),
+                                 content.size(), 0, '(');
     if (open < 0) {
         name = content.toString();
         return;
@@ -112,25 +142,23 @@ void splitGroups(const QString &parameter, GroupList &groups)
         groups.append(QStringRef(&parameter));
         return;
     }
-    const QChar *text = parameter.constData();
+    const ushort *text = parameter.utf16();
     const int size = parameter.size();
     int groupStart = -1;
     bool inString = false;
-    for (int i = 0; i < size; ++i) {
-        const QChar c = text[i];
-        // Every character that matters sorts at or below ")", but for the backslash.
-        if (c > QLatin1Char(')') && c != s_backslash)
-            continue;
+    for (int i = indexOfSyntaxChar(text, size, 0); i < size;
+         i = indexOfSyntaxChar(text, size, i + 1)) {
+        const ushort c = text[i];
         if (groupStart < 0) {
-            if (c == QLatin1Char('('))
+            if (c == '(')
                 groupStart = i + 1;
-        } else if (c == s_quote) {
+        } else if (c == '"') {
             inString = !inString;
         } else if (inString) {
-            if (c == s_backslash && i + 1 < size && text[i + 1] == s_quote)
+            if (c == '\\' && i + 1 < size && text[i + 1] == '"')
                 ++i;
-        } else if (c == QLatin1Char(')')) {
-            groups.append(parameter.midRef(groupStart, i - groupStart));
+        } else if (c == ')') {
+            groups.append(QStringRef(&parameter, groupStart, i - groupStart));
             groupStart = -1;
         }
     }
