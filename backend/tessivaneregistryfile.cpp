@@ -58,7 +58,8 @@ void collectJson(const QString &key, const QJsonValue &value, Values &values, QS
             inexact = key;
         break;
     case QJsonValue::Bool:
-        values.append(qMakePair(key, QString(value.toBool() ? QLatin1Char('1') : QLatin1Char('0'))));
+        values.append(
+            qMakePair(key, QString(value.toBool() ? QLatin1Char('1') : QLatin1Char('0'))));
         break;
     case QJsonValue::Null:
     case QJsonValue::Undefined:
@@ -166,7 +167,8 @@ bool TessivaneRegistryFile::parseJson(const QString &fileName, const QByteArray 
                              error.errorString()));
     }
     if (!document.isObject())
-        return fail(fileName + QLatin1String(": the top level of a JSON registry file must be an object"));
+        return fail(fileName
+                    + QLatin1String(": the top level of a JSON registry file must be an object"));
     QString inexact;
     collectJson(QString(), QJsonValue(document.object()), m_values, inexact);
     if (!inexact.isNull())

@@ -37,8 +37,8 @@ private:
     TessivaneTemplate m_engine;
     QBuffer m_inBuffer;
     QBuffer m_outBuffer;
-    QTextStream m_in{&m_inBuffer};
-    QTextStream m_out{&m_outBuffer};
+    QTextStream m_in {&m_inBuffer};
+    QTextStream m_out {&m_outBuffer};
     TessivaneTemplateParser m_parser;
 };
 
@@ -70,7 +70,8 @@ BENCHMARK(BM_GetReg);
 // A mapping that does not list the value, so the default stands in.
 void BM_GetRegMappingAndDefault(benchmark::State &state)
 {
-    lookUp(state, QStringLiteral("($REGROOT/k/500)(\"value1\" \"one\" \"value2\" \"two\")(\"other\")"),
+    lookUp(state,
+           QStringLiteral("($REGROOT/k/500)(\"value1\" \"one\" \"value2\" \"two\")(\"other\")"),
            QStringLiteral("other"));
 }
 BENCHMARK(BM_GetRegMappingAndDefault);

@@ -8,8 +8,8 @@
 namespace {
 
 // 75 characters and a line feed, as the parser hands a line over.
-const QString s_plainLine = QStringLiteral(
-    "The quick brown fox jumps over the lazy dog while the cat sleeps on a mat.\n");
+const QString s_plainLine =
+    QStringLiteral("The quick brown fox jumps over the lazy dog while the cat sleeps on a mat.\n");
 const QString s_commandLine = QStringLiteral(
     "listen = %%REG($REGROOT/net/port)(\"0\" \"80\")(\"8080\")%% # %%TAG(hostname)%% port\n");
 
@@ -22,7 +22,7 @@ void require(benchmark::State &state, bool condition, const char *what)
 
 void BM_TokenizePlainLine(benchmark::State &state)
 {
-    require(state, TessivaneTemplateTokenizer::tokenize(s_plainLine) == QStringList{s_plainLine},
+    require(state, TessivaneTemplateTokenizer::tokenize(s_plainLine) == QStringList {s_plainLine},
             "a plain line must stay one token");
     for (auto _ : state)
         benchmark::DoNotOptimize(TessivaneTemplateTokenizer::tokenize(s_plainLine));

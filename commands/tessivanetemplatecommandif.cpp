@@ -24,7 +24,7 @@ struct Condition
 // the condition is "!= 0".
 Condition parseCondition(const QString &parameter)
 {
-    Condition condition{parameter, QStringLiteral("0"), false};
+    Condition condition {parameter, QStringLiteral("0"), false};
     int op = parameter.indexOf(QLatin1String("=="));
     condition.isEquality = op >= 0;
     if (op < 0)
@@ -53,8 +53,8 @@ bool TessivaneTemplateCommandIf::isResponsibleFor(const QString &name)
     return name.startsWith(QLatin1String("IF")) || name == s_endIf;
 }
 
-int TessivaneTemplateCommandIf::executeCommand(TessivaneTemplateParser *parser,
-                                               const QString &name, const QString &parameter)
+int TessivaneTemplateCommandIf::executeCommand(TessivaneTemplateParser *parser, const QString &name,
+                                               const QString &parameter)
 {
     if (name == s_endIf)
         return executeEndIf();
@@ -80,7 +80,8 @@ int TessivaneTemplateCommandIf::executeIf(TessivaneTemplateParser *parser, const
     } else if (source == QLatin1String("TAG")) {
         isFound = getTagValue(parser, condition.lookup, value);
     } else {
-        parser->warning("parse error on if, unknown token '%s'", formatArgument(source).constData());
+        parser->warning("parse error on if, unknown token '%s'",
+                        formatArgument(source).constData());
         skipStack.append(false);
         return CommandFailed;
     }
@@ -96,8 +97,8 @@ int TessivaneTemplateCommandIf::openBlock(bool isSkipped)
     return isSkipped ? CommandSkipBegin : CommandDone;
 }
 
-bool TessivaneTemplateCommandIf::getRegValue(TessivaneTemplateParser *parser,
-                                             const QString &lookup, QString &value)
+bool TessivaneTemplateCommandIf::getRegValue(TessivaneTemplateParser *parser, const QString &lookup,
+                                             QString &value)
 {
     TessivaneTemplateCommandReg reg;
     QString message;
@@ -107,8 +108,8 @@ bool TessivaneTemplateCommandIf::getRegValue(TessivaneTemplateParser *parser,
     return result == 0;
 }
 
-bool TessivaneTemplateCommandIf::getTagValue(TessivaneTemplateParser *parser,
-                                             const QString &lookup, QString &value)
+bool TessivaneTemplateCommandIf::getTagValue(TessivaneTemplateParser *parser, const QString &lookup,
+                                             QString &value)
 {
     TessivaneTemplateCommandTag tagCommand;
     QString tagName;

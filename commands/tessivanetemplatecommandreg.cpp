@@ -57,6 +57,38 @@ QString expandRegRoot(const QStringRef &key, const QString &root)
     return expanded;
 }
 
+// A registry parameter taken apart: the key with the registry root in place,
+// the value mapping, and the default value.
+struct RegParameter
+{
+    RegParameter(const GroupList &groups, const QString &root)
+        : key(expandRegRoot(groups.at(0), root))
+        , hasDefault(groups.size() >= 3)
+    {
+        if (groups.size() >= 2)
+            mapping = valueMapping(groups.at(1).toString());
+        if (hasDefault)
+            defaultValue = TessivaneTemplateTokenizer::unescape(groups.at(2).toString());
+    }
+
+    // A found value goes through the mapping; one the mapping does not list
+    // gives way to the default value, when there is one.
+    QString resolve(const QString &found) const
+    {
+        if (mapping.isEmpty())
+            return found;
+        const auto mapped = mapping.constFind(found);
+        if (mapped != mapping.constEnd())
+            return mapped.value();
+        return hasDefault ? defaultValue : found;
+    }
+
+    QString key;
+    QMap<QString, QString> mapping;
+    QString defaultValue;
+    bool hasDefault;
+};
+
 } // namespace
 
 TessivaneTemplateCommandReg::~TessivaneTemplateCommandReg() = default;
@@ -79,7 +111,8 @@ int TessivaneTemplateCommandReg::executeCommand(TessivaneTemplateParser *parser,
     QTextStream &out = *parser->getOutStream();
     const bool isQuoted = name == s_regQuote;
     if (name == s_regIni)
-        value.replace(QLatin1Char('='), QLatin1String("%3D")).replace(QLatin1Char(']'), QLatin1String("%5D"));
+        value.replace(QLatin1Char('='), QLatin1String("%3D"))
+            .replace(QLatin1Char(']'), QLatin1String("%5D"));
     if (isQuoted)
         out << QLatin1Char('"');
     out << value;
@@ -108,32 +141,16 @@ int TessivaneTemplateCommandReg::getReg(TessivaneTemplateParser *parser, const Q
         message = QStringLiteral("empty parameter for REG");
         return 1;
     }
-    const bool hasDefault = groups.size() >= 3;
-    const QString defaultValue =
-        hasDefault ? TessivaneTemplateTokenizer::unescape(groups.at(2).toString()) : QString();
-    const QMap<QString, QString> mapping =
-        groups.size() >= 2 ? valueMapping(groups.at(1).toString()) : QMap<QString, QString>();
-    const QString key = expandRegRoot(groups.at(0), parser->getTemplate()->regRoot());
-
-    QString result;
-    const _RegEntryParam param = {0};
-    if (backend->get(key, result, param, QLatin1String("")) != 0) {
-        if (!hasDefault) {
-            message = QLatin1String("Could not find regkey ") + key;
-            return 1;
-        }
-        value = defaultValue;
-        message = QLatin1String("Could not find regkey ") + key
-            + QLatin1String(", but have default value. writing default value ") + defaultValue;
+    const RegParameter reg(groups, parser->getTemplate()->regRoot());
+    QString found;
+    if (backend->get(reg.key, found, _RegEntryParam {0}, QLatin1String("")) == 0) {
+        value = reg.resolve(found);
         return 0;
     }
-    if (!mapping.isEmpty()) {
-        const auto mapped = mapping.constFind(result);
-        if (mapped != mapping.constEnd())
-            result = mapped.value();
-        else if (hasDefault)
-            result = defaultValue;
-    }
-    value = result;
+    message = QLatin1String("Could not find regkey ") + reg.key;
+    if (!reg.hasDefault)
+        return 1;
+    value = reg.defaultValue;
+    message += QLatin1String(", but have default value. writing default value ") + reg.defaultValue;
     return 0;
 }

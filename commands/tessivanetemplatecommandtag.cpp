@@ -25,11 +25,12 @@ int TessivaneTemplateCommandTag::executeCommand(TessivaneTemplateParser *parser,
     if (!tag)
         return CommandFailed;
     return tag->processTag(tagName, parser->getOutStream(), false, nullptr) ? CommandDone
-                                                                             : CommandFailed;
+                                                                            : CommandFailed;
 }
 
-TessivaneTemplateTag *TessivaneTemplateCommandTag::getTagUsingParameter(
-    TessivaneTemplateParser *parser, const QString &parameter, QString &tagName)
+TessivaneTemplateTag *
+TessivaneTemplateCommandTag::getTagUsingParameter(TessivaneTemplateParser *parser,
+                                                  const QString &parameter, QString &tagName)
 {
     if (!isParenthesized(parameter)) {
         parser->debug("parameter doesn't contain '(' and ')'");

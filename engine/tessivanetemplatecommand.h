@@ -38,8 +38,7 @@ public:
      * first "(" of the command on, or empty) and returns a CommandResult.
      */
     virtual int executeCommand(TessivaneTemplateParser *parser, const QString &name,
-                               const QString &parameter)
-        = 0;
+                               const QString &parameter) = 0;
 };
 
 #endif

@@ -2,6 +2,7 @@
 
 #include "linereader_p.h"
 #include "qtcompat_p.h"
+#include "syntaxscan_p.h"
 #include "tessivanetemplate.h"
 #include "tessivanetemplatecommand.h"
 #include "tessivanetemplatecommandcomment.h"
@@ -10,8 +11,6 @@
 #include "tessivanetemplatecommandreg.h"
 #include "tessivanetemplatecommandtag.h"
 #include "tessivanetemplatecommandversion.h"
-#include "syntaxscan_p.h"
-#include "tessivanetemplatetokenizer.h"
 
 #include <cstdarg>
 
@@ -88,8 +87,7 @@ bool TessivaneTemplateParser::processCommand(QString &name, QString &parameter)
     const int result = executeCommand(name, parameter);
     if (result == TessivaneTemplateCommand::CommandUnhandled && m_activeCommands.isEmpty()) {
         warning("No command handler for '%s' found", formatArgument(name).constData());
-    } else if (result == TessivaneTemplateCommand::CommandVersionSet
-               && m_version > ParserVersion) {
+    } else if (result == TessivaneTemplateCommand::CommandVersionSet && m_version > ParserVersion) {
         warning("template is version %d, parser is version %d.", m_version, int(ParserVersion));
         return false;
     }

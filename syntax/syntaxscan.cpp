@@ -50,10 +50,9 @@ int indexOfSyntaxChar(const ushort *data, int size, int from)
     const __m128i backslash = _mm_set1_epi16('\\');
     for (; i + 8 <= size; i += 8) {
         const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i));
-        const __m128i hits =
-            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(chunk, open), _mm_cmpeq_epi16(chunk, close)),
-                         _mm_or_si128(_mm_cmpeq_epi16(chunk, quote),
-                                      _mm_cmpeq_epi16(chunk, backslash)));
+        const __m128i hits = _mm_or_si128(
+            _mm_or_si128(_mm_cmpeq_epi16(chunk, open), _mm_cmpeq_epi16(chunk, close)),
+            _mm_or_si128(_mm_cmpeq_epi16(chunk, quote), _mm_cmpeq_epi16(chunk, backslash)));
         const uint mask = uint(_mm_movemask_epi8(hits));
         if (mask)
             return i + int(qCountTrailingZeroBits(mask) / 2);
@@ -122,15 +121,15 @@ void splitCommandToken(const QStringRef &token, QString &name, QString &paramete
     const int size = qMax(token.size() >= 4 ? token.size() - 4 : token.size() - 2, 0);
     const QStringRef content =
         QStringRef(token.string(), token.position() + qMin(2, token.size()), size).trimmed();
-    const int open = indexOfChar(reinterpret_cast<const ushort *>(content.unicode()),
-                                 content.size(), 0, '(');
+    const int open =
+        indexOfChar(reinterpret_cast<const ushort *>(content.unicode()), content.size(), 0, '(');
     if (open < 0) {
         name = content.toString();
         return;
     }
     name = QStringRef(content.string(), content.position(), open).toString();
-    parameter = QStringRef(content.string(), content.position() + open, content.size() - open)
-                    .toString();
+    parameter =
+        QStringRef(content.string(), content.position() + open, content.size() - open).toString();
 }
 
 // Nothing inside a group is removed (an escape keeps both characters), so a

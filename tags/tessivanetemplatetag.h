@@ -37,8 +37,8 @@ public:
      * stores its number in \a *value when it is true. Must not touch a null
      * \a out nor dereference a null \a value. Returns true on success.
      */
-    virtual bool processTag(const QString &tagName, QTextStream *out, bool wantValue, int *value)
-        = 0;
+    virtual bool processTag(const QString &tagName, QTextStream *out, bool wantValue,
+                            int *value) = 0;
 
     /// Appends \a name (Latin-1) unless an equal name is already held.
     void addTagName(const char *name);
@@ -82,8 +82,7 @@ public:
     /// Stores \a function; null clears it.
     void setTagPtr(TagFunction function);
     /// Calls the function with the same arguments, or returns false without one.
-    bool processTag(const QString &tagName, QTextStream *out, bool wantValue,
-                    int *value) override;
+    bool processTag(const QString &tagName, QTextStream *out, bool wantValue, int *value) override;
 
 private:
     TagFunction tagFunction;

@@ -22,7 +22,13 @@
 
 namespace {
 
-enum ExitStatus { Rendered = 0, NewerVersion = 1, UsageError = 2, FileError = 3, StrictFailure = 4 };
+enum ExitStatus {
+    Rendered = 0,
+    NewerVersion = 1,
+    UsageError = 2,
+    FileError = 3,
+    StrictFailure = 4
+};
 
 const char s_toolName[] = "tessivane-template";
 
@@ -73,37 +79,38 @@ struct Options
 
 struct OptionSet
 {
-    QCommandLineOption registry{{QStringLiteral("r"), QStringLiteral("registry")},
-                                QStringLiteral("Load a registry file (.json or key = value lines); "
-                                               "repeatable, later values replace earlier ones."),
-                                QStringLiteral("FILE")};
-    QCommandLineOption set{{QStringLiteral("s"), QStringLiteral("set")},
-                           QStringLiteral("Store one registry value; repeatable, applied after "
-                                          "all files."),
-                           QStringLiteral("KEY=VALUE")};
-    QCommandLineOption root{{QStringLiteral("R"), QStringLiteral("root")},
-                            QStringLiteral("The registry root that replaces $REGROOT in keys."),
-                            QStringLiteral("PATH")};
-    QCommandLineOption prefix{QStringLiteral("comment-prefix"),
-                              QStringLiteral("Write diagnostics into the output as comments "
-                                             "opened by TEXT."),
-                              QStringLiteral("TEXT")};
-    QCommandLineOption suffix{QStringLiteral("comment-suffix"),
-                              QStringLiteral("Close those comments with TEXT."),
-                              QStringLiteral("TEXT")};
-    QCommandLineOption debug{{QStringLiteral("d"), QStringLiteral("debug")},
-                             QStringLiteral("Report debug messages too.")};
-    QCommandLineOption tag{{QStringLiteral("t"), QStringLiteral("tag")},
-                           QStringLiteral("TAG(NAME) writes TEXT; IF TAG(NAME) compares TEXT as "
-                                          "an integer; repeatable, the first definition wins."),
-                           QStringLiteral("NAME=TEXT")};
-    QCommandLineOption strict{QStringLiteral("strict"),
-                              QStringLiteral("Treat any warning as a failure (exit status 4, "
-                                             "OUTPUT untouched).")};
-    QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
-                            QStringLiteral("Show this help and exit.")};
-    QCommandLineOption version{{QStringLiteral("V"), QStringLiteral("version")},
-                               QStringLiteral("Show the library's version and exit.")};
+    QCommandLineOption registry {
+        {QStringLiteral("r"), QStringLiteral("registry")},
+        QStringLiteral("Load a registry file (.json or key = value lines); "
+                       "repeatable, later values replace earlier ones."),
+        QStringLiteral("FILE")};
+    QCommandLineOption set {{QStringLiteral("s"), QStringLiteral("set")},
+                            QStringLiteral("Store one registry value; repeatable, applied after "
+                                           "all files."),
+                            QStringLiteral("KEY=VALUE")};
+    QCommandLineOption root {{QStringLiteral("R"), QStringLiteral("root")},
+                             QStringLiteral("The registry root that replaces $REGROOT in keys."),
+                             QStringLiteral("PATH")};
+    QCommandLineOption prefix {QStringLiteral("comment-prefix"),
+                               QStringLiteral("Write diagnostics into the output as comments "
+                                              "opened by TEXT."),
+                               QStringLiteral("TEXT")};
+    QCommandLineOption suffix {QStringLiteral("comment-suffix"),
+                               QStringLiteral("Close those comments with TEXT."),
+                               QStringLiteral("TEXT")};
+    QCommandLineOption debug {{QStringLiteral("d"), QStringLiteral("debug")},
+                              QStringLiteral("Report debug messages too.")};
+    QCommandLineOption tag {{QStringLiteral("t"), QStringLiteral("tag")},
+                            QStringLiteral("TAG(NAME) writes TEXT; IF TAG(NAME) compares TEXT as "
+                                           "an integer; repeatable, the first definition wins."),
+                            QStringLiteral("NAME=TEXT")};
+    QCommandLineOption strict {QStringLiteral("strict"),
+                               QStringLiteral("Treat any warning as a failure (exit status 4, "
+                                              "OUTPUT untouched).")};
+    QCommandLineOption help {{QStringLiteral("h"), QStringLiteral("help")},
+                             QStringLiteral("Show this help and exit.")};
+    QCommandLineOption version {{QStringLiteral("V"), QStringLiteral("version")},
+                                QStringLiteral("Show the library's version and exit.")};
 };
 
 void setUp(QCommandLineParser &parser, const OptionSet &options)
@@ -113,9 +120,8 @@ void setUp(QCommandLineParser &parser, const OptionSet &options)
                        "conditional blocks and includes.\nExit status: 0 rendered, 1 newer "
                        "template version, 2 usage or registry file error, 3 file error, "
                        "4 warning under --strict."));
-    parser.addOptions({options.registry, options.set, options.root, options.prefix,
-                       options.suffix, options.debug, options.tag, options.strict, options.help,
-                       options.version});
+    parser.addOptions({options.registry, options.set, options.root, options.prefix, options.suffix,
+                       options.debug, options.tag, options.strict, options.help, options.version});
     parser.addPositionalArgument(QStringLiteral("TEMPLATE"),
                                  QStringLiteral("The template file, or - for standard input."));
     parser.addPositionalArgument(QStringLiteral("OUTPUT"),
@@ -150,8 +156,7 @@ bool toLatin1(const QString &text, const QString &option, QByteArray &bytes, QSt
     return false;
 }
 
-bool readOptions(QCommandLineParser &parser, const OptionSet &set, Options &options,
-                 QString &error)
+bool readOptions(QCommandLineParser &parser, const OptionSet &set, Options &options, QString &error)
 {
     const QStringList positional = parser.positionalArguments();
     if (positional.isEmpty()) {
@@ -167,8 +172,10 @@ bool readOptions(QCommandLineParser &parser, const OptionSet &set, Options &opti
     options.registryFiles = parser.values(set.registry);
     options.isDebug = parser.isSet(set.debug);
     options.isStrict = parser.isSet(set.strict);
-    if (!splitAssignments(parser.values(set.set), QStringLiteral("--set"), QStringLiteral("KEY=VALUE"), options.values, error)
-        || !splitAssignments(parser.values(set.tag), QStringLiteral("--tag"), QStringLiteral("NAME=TEXT"), options.tags, error))
+    if (!splitAssignments(parser.values(set.set), QStringLiteral("--set"),
+                          QStringLiteral("KEY=VALUE"), options.values, error)
+        || !splitAssignments(parser.values(set.tag), QStringLiteral("--tag"),
+                             QStringLiteral("NAME=TEXT"), options.tags, error))
         return false;
     for (const auto &tag : qAsConst(options.tags)) {
         QByteArray unused;

@@ -18,8 +18,7 @@ public:
     /// Adds \a name with \a text unless the name is already defined.
     void define(const QString &name, const QString &text);
     bool isEmpty() const;
-    bool processTag(const QString &tagName, QTextStream *out, bool wantValue,
-                    int *value) override;
+    bool processTag(const QString &tagName, QTextStream *out, bool wantValue, int *value) override;
 
 private:
     QHash<QString, QString> m_texts;
