@@ -19,6 +19,7 @@ Usage: ./build.sh VERB [ARGS]
   bench           build, install and measure throughput and memory of the tool
   asan            build and run the test suite under AddressSanitizer and UBSan
   fuzz [SECONDS]  build the libFuzzer targets and run each for SECONDS (default 60)
+  format          check that every source file is formatted as .clang-format says
   help            show this text
 
 Missing Debian packages are installed with apt-get when run as root.
@@ -138,6 +139,11 @@ case "$verb" in
         CC=clang CXX=clang++ configure "$top/build-fuzz" -DBUILD_TESTING=OFF \
             -DTESSIVANETEMPLATE_FUZZERS=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
         "$top/fuzz/run.sh" "$top/build-fuzz" "${1:-60}"
+        ;;
+    format)
+        need clang-format
+        git -C "$top" ls-files -z '*.cpp' '*.h' | (cd "$top" && xargs -0 clang-format --dry-run --Werror)
+        echo "build.sh: every source file is formatted"
         ;;
     help | -h | --help)
         usage
