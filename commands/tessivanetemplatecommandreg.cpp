@@ -32,9 +32,9 @@ QMap<QString, QString> valueMapping(const QString &group)
     return mapping;
 }
 
-// Every "$REGROOT" in the key becomes the registry root, built in place in
-// one allocation: this runs for every registry command of a template.
-QString expandRegRoot(const QStringRef &key, const QString &root)
+// Every "$REGROOT" in the key becomes the engine's registry root, built in
+// place in one allocation: this runs for every registry command of a template.
+QString expandRegRoot(const QStringRef &key, const TessivaneTemplate *engine)
 {
     const QLatin1String variable("$REGROOT");
     QVarLengthArray<int, 4> found;
@@ -42,6 +42,7 @@ QString expandRegRoot(const QStringRef &key, const QString &root)
         found.append(at);
     if (found.isEmpty())
         return key.toString();
+    const QString root = engine->regRoot();
     QString expanded(key.size() + found.size() * (root.size() - variable.size()),
                      Qt::Uninitialized);
     QChar *out = expanded.data();
@@ -61,8 +62,8 @@ QString expandRegRoot(const QStringRef &key, const QString &root)
 // the value mapping, and the default value.
 struct RegParameter
 {
-    RegParameter(const GroupList &groups, const QString &root)
-        : key(expandRegRoot(groups.at(0), root))
+    RegParameter(const GroupList &groups, const TessivaneTemplate *engine)
+        : key(expandRegRoot(groups.at(0), engine))
         , hasDefault(groups.size() >= 3)
     {
         if (groups.size() >= 2)
@@ -73,14 +74,15 @@ struct RegParameter
 
     // A found value goes through the mapping; one the mapping does not list
     // gives way to the default value, when there is one.
-    QString resolve(const QString &found) const
+    void resolve(QString &found) const
     {
         if (mapping.isEmpty())
-            return found;
+            return;
         const auto mapped = mapping.constFind(found);
         if (mapped != mapping.constEnd())
-            return mapped.value();
-        return hasDefault ? defaultValue : found;
+            found = mapped.value();
+        else if (hasDefault)
+            found = defaultValue;
     }
 
     QString key;
@@ -141,10 +143,11 @@ int TessivaneTemplateCommandReg::getReg(TessivaneTemplateParser *parser, const Q
         message = QStringLiteral("empty parameter for REG");
         return 1;
     }
-    const RegParameter reg(groups, parser->getTemplate()->regRoot());
+    const RegParameter reg(groups, parser->getTemplate());
     QString found;
     if (backend->get(reg.key, found, _RegEntryParam {0}, QLatin1String("")) == 0) {
-        value = reg.resolve(found);
+        reg.resolve(found);
+        value = std::move(found);
         return 0;
     }
     message = QLatin1String("Could not find regkey ") + reg.key;
