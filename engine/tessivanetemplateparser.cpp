@@ -44,16 +44,19 @@ TessivaneTemplateParser::~TessivaneTemplateParser()
 
 int TessivaneTemplateParser::process()
 {
-    // One buffer serves every line, so a plain line costs no allocation.
+    // The same buffers serve every line and every command, so that a line
+    // costs no allocation of its own.
     LineReader reader(m_in);
     QString line;
+    QString name;
+    QString parameter;
     while (reader.readLine(line)) {
         ++m_lineNumber;
         line += QLatin1Char('\n');
         if (indexOfMark(line) < 0) {
             if (m_activeCommands.isEmpty())
                 *m_out << line;
-        } else if (!processCommandLine(line)) {
+        } else if (!processCommandLine(line, name, parameter)) {
             return 1;
         }
     }
@@ -62,7 +65,8 @@ int TessivaneTemplateParser::process()
 
 // Returns false when a declared template version stops the input. The line
 // is walked as the tokenizer cuts it, without copying its text tokens.
-bool TessivaneTemplateParser::processCommandLine(const QString &line)
+bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &name,
+                                                 QString &parameter)
 {
     TokenWalker walker(line);
     QStringRef token;
@@ -73,8 +77,8 @@ bool TessivaneTemplateParser::processCommandLine(const QString &line)
                 *m_out << token;
             continue;
         }
-        QString name;
-        QString parameter;
+        // Every command starts from an empty parameter: one without "(" has none.
+        parameter.resize(0);
         splitCommandToken(token, name, parameter);
         if (!processCommand(name, parameter))
             return false;

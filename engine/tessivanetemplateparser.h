@@ -72,7 +72,7 @@ public:
 private:
     Q_DISABLE_COPY(TessivaneTemplateParser)
 
-    bool processCommandLine(const QString &line);
+    bool processCommandLine(const QString &line, QString &name, QString &parameter);
     bool processCommand(QString &name, QString &parameter);
     void report(const char *kind, const QString &message, bool isDebug);
 

@@ -2,6 +2,8 @@
 
 #include <QtAlgorithms>
 
+#include <algorithm>
+
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
@@ -115,6 +117,15 @@ bool TokenWalker::next(QStringRef &token, bool &isCommand)
     return true;
 }
 
+// Copies \a source into \a target, in the buffer \a target already owns when
+// it is large enough: the parser reuses its name and parameter for every
+// command, which so costs no allocation.
+void assign(QString &target, const QStringRef &source)
+{
+    target.resize(source.size());
+    std::copy(source.unicode(), source.unicode() + source.size(), target.data());
+}
+
 void splitCommandToken(const QStringRef &token, QString &name, QString &parameter)
 {
     // A token shorter than four characters loses what it has after its first two.
@@ -124,12 +135,12 @@ void splitCommandToken(const QStringRef &token, QString &name, QString &paramete
     const int open =
         indexOfChar(reinterpret_cast<const ushort *>(content.unicode()), content.size(), 0, '(');
     if (open < 0) {
-        name = content.toString();
+        assign(name, content);
         return;
     }
-    name = QStringRef(content.string(), content.position(), open).toString();
-    parameter =
-        QStringRef(content.string(), content.position() + open, content.size() - open).toString();
+    assign(name, QStringRef(content.string(), content.position(), open));
+    assign(parameter,
+           QStringRef(content.string(), content.position() + open, content.size() - open));
 }
 
 // Nothing inside a group is removed (an escape keeps both characters), so a
