@@ -20,6 +20,7 @@ Usage: ./build.sh VERB [ARGS]
   asan            build and run the test suite under AddressSanitizer and UBSan
   fuzz [SECONDS]  build the libFuzzer targets and run each for SECONDS (default 60)
   format          check that every source file is formatted as .clang-format says
+  memcheck        run the test programs, and every tool they start, under valgrind
   help            show this text
 
 Missing Debian packages are installed with apt-get when run as root.
@@ -139,6 +140,18 @@ case "$verb" in
         CC=clang CXX=clang++ configure "$top/build-fuzz" -DBUILD_TESTING=OFF \
             -DTESSIVANETEMPLATE_FUZZERS=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
         "$top/fuzz/run.sh" "$top/build-fuzz" "${1:-60}"
+        ;;
+    memcheck)
+        need "${base_packages[@]}" valgrind
+        configure "$build" -DBUILD_TESTING=ON
+        # The 100 MB line alone would take minutes under valgrind.
+        for program in "$build"/tests/tst_*; do
+            [[ -x $program && $(basename "$program") != *.* ]] || continue
+            valgrind --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite \
+                --trace-children=yes --suppressions="$top/tests/valgrind.supp" -q \
+                "$program" --gtest_filter=-HostileInput.WritesHundredMegabyteLine --gtest_brief=1
+        done
+        echo "build.sh: no memory error and no definite leak under valgrind"
         ;;
     format)
         need clang-format

@@ -46,6 +46,15 @@ struct WorkingDirectory
     QTemporaryDir dir;
 };
 
+// Rows of a table print as their names, in failure messages and at test
+// registration alike, where gtest would otherwise dump the row's bytes,
+// padding included. Use it beside the row type, in its namespace.
+#define TT_PRINT_ROWS_AS_NAMES(Row)                                                                \
+    [[maybe_unused]] void PrintTo(const Row &row, std::ostream *os)                                \
+    {                                                                                              \
+        *os << row.name;                                                                           \
+    }
+
 /// What one template run produced.
 struct Rendered
 {

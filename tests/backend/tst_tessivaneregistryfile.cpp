@@ -10,6 +10,7 @@ struct LoadRow
     QStringList values; // "key=value", the whole store after a success; it holds /pre=old before
     const char *error; // FILE stands for the path loaded; nullptr when loading succeeds
 };
+TT_PRINT_ROWS_AS_NAMES(LoadRow)
 
 // clang-format off
 const LoadRow s_loadRows[] = {

@@ -18,6 +18,7 @@ struct IfRow
     const char *warnings = ""; // the reports, one a line
     const char *commentPrefix = "";
 };
+TT_PRINT_ROWS_AS_NAMES(IfRow)
 
 using TessivaneTemplateCommandIf = EngineTest<IfRow>;
 

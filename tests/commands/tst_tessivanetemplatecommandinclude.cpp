@@ -11,6 +11,7 @@ struct IncludeRow
     QByteArray output;
     QStringList warnings;
 };
+TT_PRINT_ROWS_AS_NAMES(IncludeRow)
 
 // Every test runs in a fresh working directory of its own, so that include names are relative.
 struct TessivaneTemplateCommandInclude : EngineTest<IncludeRow>

@@ -10,6 +10,7 @@ struct RegRow
     const char *commentPrefix = "";
     bool hasBackend = true;
 };
+TT_PRINT_ROWS_AS_NAMES(RegRow)
 
 using TessivaneTemplateCommandReg = EngineTest<RegRow>;
 

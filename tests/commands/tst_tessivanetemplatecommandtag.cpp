@@ -19,6 +19,7 @@ struct TagRow
     const char *messages = ""; // warnings, then debug reports, one a line
     bool hasDefault = false; // a default handler that serves like the registered one
 };
+TT_PRINT_ROWS_AS_NAMES(TagRow)
 
 using TessivaneTemplateCommandTag = EngineTest<TagRow>;
 

@@ -17,6 +17,7 @@ struct OpenFailureRow
     const char *message;
     const char *outAfter; // null: the file does not exist afterwards
 };
+TT_PRINT_ROWS_AS_NAMES(OpenFailureRow)
 
 // Named after the class under test; each test runs in a temporary working directory.
 struct TessivaneTemplate : EngineTest<OpenFailureRow>

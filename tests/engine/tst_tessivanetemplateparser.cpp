@@ -13,6 +13,7 @@ struct ParserRow
     const char *suffix = "";
     QStringList debugs = {}; // reported, and debug reports switched on, when not empty
 };
+TT_PRINT_ROWS_AS_NAMES(ParserRow)
 
 // Named after the class under test; the real parser class is not needed here.
 using TessivaneTemplateParser = EngineTest<ParserRow>;

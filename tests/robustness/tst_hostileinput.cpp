@@ -104,6 +104,7 @@ struct TemplateRow
     const char *warning; // "" when there is none
     bool isRootImmune = false; // permission bits do not stop root
 };
+TT_PRINT_ROWS_AS_NAMES(TemplateRow)
 
 class HostileTemplate : public HostileInput, public ::testing::WithParamInterface<TemplateRow>
 {
@@ -179,6 +180,7 @@ struct ToolRow
     const char *output; // the OUTPUT argument; null: standard output, going to /dev/full
     const char *error; // how the one line on standard error begins
 };
+TT_PRINT_ROWS_AS_NAMES(ToolRow)
 
 using HostileTool = ::testing::TestWithParam<ToolRow>;
 

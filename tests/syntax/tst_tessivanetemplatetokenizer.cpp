@@ -13,6 +13,7 @@ struct Row
     QStringList expected;
     QString unescaped = {}; // only for quoted strings
 };
+TT_PRINT_ROWS_AS_NAMES(Row)
 
 const std::vector<Row> s_lineRows = {
     {"Hello", "Hello %%TAG(user)%%!", {"Hello ", "%%TAG(user)%%", "!"}},

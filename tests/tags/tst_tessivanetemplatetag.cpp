@@ -17,6 +17,7 @@ struct NameRow
     const char *probe;
     bool isProbeServed;
 };
+TT_PRINT_ROWS_AS_NAMES(NameRow)
 
 using TessivaneTemplateTag = EngineTest<NameRow>;
 

@@ -55,6 +55,7 @@ struct ToolRow
     QByteArray out; // standard output, or the output file when rendered into one
     QByteArray err;
 };
+TT_PRINT_ROWS_AS_NAMES(ToolRow)
 
 const QByteArray s_nope = "WARNING t.tmpl/1: No command handler for 'NOPE' found\n";
 const QByteArray s_newer = "WARNING t.tmpl/2: template is version 2, parser is version 1.\n";
