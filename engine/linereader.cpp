@@ -64,17 +64,19 @@ bool LineReader::takeOverDevice()
     const qint64 streamPosition = m_stream->pos();
     if (streamPosition < 0 || streamPosition != device->pos())
         return false;
+    // A byte order mark counts only at the very start of the input.
+    const bool isAtStart = streamPosition == 0;
     QTextCodec *codec = m_stream->codec();
-    if (m_stream->autoDetectUnicode()) {
-        const qint64 start = device->pos();
+    if (isAtStart && m_stream->autoDetectUnicode()) {
         codec = QTextCodec::codecForUtfText(device->peek(4), codec);
-        if (device->pos() != start)
+        if (device->pos() != 0)
             return false;
     }
     if (!codec || (codec->mibEnum() != s_utf8Mib && codec->mibEnum() != s_latin1Mib))
         return false;
     m_device = device;
-    m_decoder.reset(codec->makeDecoder());
+    m_decoder.reset(
+        codec->makeDecoder(isAtStart ? QTextCodec::DefaultConversion : QTextCodec::IgnoreHeader));
     return true;
 }
 
