@@ -135,7 +135,7 @@ int TessivaneTemplate::process(const char *templateFile, QFile &outFile)
         qWarning("Could not open template file '%s'", templateFile);
         return 3;
     }
-    return process(&input, fileNameFromBytes(templateFile), outFile);
+    return process(&input, input.fileName(), outFile);
 }
 
 int TessivaneTemplate::process(QIODevice *input, const QString &templateName, QFile &outFile)
