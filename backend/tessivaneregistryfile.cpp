@@ -118,9 +118,7 @@ TessivaneRegistryFile::~TessivaneRegistryFile() = default;
 bool TessivaneRegistryFile::load(const QString &fileName, Tessivane *backend)
 {
     QFile file(fileName);
-    if (!file.open(QIODevice::ReadOnly))
-        return fail(fileName + QLatin1String(": cannot read registry file: ") + file.errorString());
-    const QByteArray data = file.readAll();
+    const QByteArray data = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     if (file.error() != QFileDevice::NoError)
         return fail(fileName + QLatin1String(": cannot read registry file: ") + file.errorString());
     if (!parse(fileName, data))
