@@ -1,9 +1,12 @@
 #include "linereader_p.h"
 
+#include <QFileDevice>
 #include <QIODevice>
 #include <QTextCodec>
 
+#include <cerrno>
 #include <cstring>
+#include <unistd.h>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -16,6 +19,9 @@ namespace {
 const int s_chunkSize = 1 << 16;
 const int s_utf8Mib = 106;
 const int s_latin1Mib = 4;
+// QTextCodec::codecForUtfText() tells an encoding by its byte order mark,
+// which is at most four bytes long.
+const int s_longestByteOrderMark = 4;
 
 // Widens ASCII bytes into UTF-16 characters, sixteen at a time where the
 // processor allows: this runs over every byte of a template. Returns false at
@@ -42,6 +48,11 @@ bool widenAscii(const char *in, int size, ushort *out)
     return true;
 }
 
+QString lineTooLong()
+{
+    return QStringLiteral("a line is longer than %1 bytes").arg(LineReader::MaxLineBytes);
+}
+
 } // namespace
 
 LineReader::LineReader(QTextStream *stream)
@@ -53,49 +64,119 @@ LineReader::LineReader(QTextStream *stream)
 
 LineReader::~LineReader() = default;
 
+QString LineReader::errorString() const
+{
+    return m_error;
+}
+
+bool LineReader::fail(const QString &reason)
+{
+    m_error = reason;
+    return false;
+}
+
 bool LineReader::takeOverDevice()
 {
     QIODevice *device = m_stream->device();
-    // A pipe keeps its reading to the stream: whether the stream holds text
-    // of its own that it has read ahead cannot be told there. On a file,
-    // pos() puts the device where the stream's reader stands.
-    if (!device || device->isSequential())
+    if (!device)
         return false;
-    const qint64 streamPosition = m_stream->pos();
-    if (streamPosition < 0 || streamPosition != device->pos())
-        return false;
-    // A byte order mark counts only at the very start of the input.
-    const bool isAtStart = streamPosition == 0;
-    QTextCodec *codec = m_stream->codec();
-    if (isAtStart && m_stream->autoDetectUnicode()) {
-        codec = QTextCodec::codecForUtfText(device->peek(4), codec);
-        if (device->pos() != 0)
+    if (device->isSequential()) {
+        // Whether a stream has read ahead of a pipe cannot be told; a stream
+        // handed to a parser is taken to be unread. The descriptor is read
+        // directly because QFile waits for a whole chunk from a pipe and may
+        // take a failed read for its end.
+        auto *file = qobject_cast<QFileDevice *>(device);
+        if (file && file->handle() >= 0 && device->bytesAvailable() == 0)
+            m_descriptor = file->handle();
+        m_isAtStart = true;
+    } else {
+        // On a file, pos() puts the device where the stream's reader stands.
+        const qint64 streamPosition = m_stream->pos();
+        if (streamPosition < 0 || streamPosition != device->pos())
             return false;
+        m_isAtStart = streamPosition == 0;
     }
-    if (!codec || (codec->mibEnum() != s_utf8Mib && codec->mibEnum() != s_latin1Mib))
-        return false;
     m_device = device;
-    m_decoder.reset(
-        codec->makeDecoder(isAtStart ? QTextCodec::DefaultConversion : QTextCodec::IgnoreHeader));
+    return true;
+}
+
+// Reads the first bytes and chooses the decoding from them. A byte order mark
+// counts only at the very start of the input, and is looked for in the first
+// four bytes however they arrive, so that a slow pipe reads as a file does.
+bool LineReader::start()
+{
+    while (m_buffer.size() < s_longestByteOrderMark) {
+        if (!readMore())
+            break;
+    }
+    if (!m_error.isEmpty() || m_buffer.isEmpty())
+        return false;
+    m_codec = m_stream->codec();
+    if (m_isAtStart && m_stream->autoDetectUnicode())
+        m_codec = QTextCodec::codecForUtfText(m_buffer, m_codec);
+    m_cutsBytes = m_codec->mibEnum() == s_utf8Mib || m_codec->mibEnum() == s_latin1Mib;
+    m_decoder.reset(m_codec->makeDecoder(m_isAtStart ? QTextCodec::DefaultConversion
+                                                     : QTextCodec::IgnoreHeader));
     return true;
 }
 
 bool LineReader::readLine(QString &line)
 {
-    // A pipe may say it is not at its end and then deliver nothing more.
+    if (!m_error.isEmpty())
+        return false;
     if (!m_device)
-        return !m_stream->atEnd() && m_stream->readLineInto(&line);
+        return readThroughStream(line);
+    if (!m_codec && !start())
+        return false;
+    return m_cutsBytes ? readBytes(line) : readDecoded(line);
+}
+
+// A pipe may say it is not at its end and then deliver nothing more.
+bool LineReader::readThroughStream(QString &line)
+{
+    if (!m_stream->atEnd() && m_stream->readLineInto(&line))
+        return true;
+    auto *file = qobject_cast<QFileDevice *>(m_stream->device());
+    if (file && file->error() == QFileDevice::ReadError)
+        fail(file->errorString());
+    return false;
+}
+
+bool LineReader::readBytes(QString &line)
+{
     const int end = findLineEnd();
+    if (!m_error.isEmpty())
+        return false;
     const bool hasFeed = end >= 0;
     const int size = (hasFeed ? end + 1 : m_buffer.size()) - m_position;
     if (size == 0)
         return false;
     decode(m_buffer.constData() + m_position, size, line);
     m_position += size;
-    // Bytes after the last line feed that decode to nothing, a sequence cut
-    // short, are no line: QTextStream finds itself at the end there too.
-    if (!hasFeed && line.isEmpty())
+    return finishLine(line, hasFeed);
+}
+
+bool LineReader::readDecoded(QString &line)
+{
+    const int end = findTextLineEnd();
+    if (!m_error.isEmpty())
         return false;
+    const bool hasFeed = end >= 0;
+    const int size = (hasFeed ? end + 1 : m_text.size()) - m_textPosition;
+    line = m_text.mid(m_textPosition, size);
+    m_textPosition += size;
+    return finishLine(line, hasFeed);
+}
+
+// Text after the last line feed that decodes to nothing, a sequence cut
+// short, is no line; an input that decodes to nothing at all is one empty
+// line, as QTextStream reads it.
+bool LineReader::finishLine(QString &line, bool hasFeed)
+{
+    const bool isFirstLine = m_isFirstLine;
+    m_isFirstLine = false;
+    if (!hasFeed && line.isEmpty())
+        return isFirstLine;
     if (hasFeed)
         line.chop(1);
     if (line.endsWith(QLatin1Char('\r')))
@@ -114,35 +195,97 @@ int LineReader::findLineEnd()
         const void *found = std::memchr(start + searched, '\n', size_t(available - searched));
         if (found)
             return int(static_cast<const char *>(found) - m_buffer.constData());
+        if (available >= MaxLineBytes) {
+            fail(lineTooLong());
+            return -1;
+        }
         searched = available;
-        if (!fill())
+        if (!readMore())
             return -1;
     }
 }
 
-// Keeps the unread rest of the buffer and appends the next chunk.
-bool LineReader::fill()
+// As findLineEnd(), in the decoded text of an encoding where a line feed may
+// be more than one byte.
+int LineReader::findTextLineEnd()
+{
+    int searched = m_textPosition;
+    for (;;) {
+        const int found = m_text.indexOf(QLatin1Char('\n'), searched);
+        if (found >= 0)
+            return found;
+        if (m_text.size() - m_textPosition >= MaxLineBytes) {
+            fail(lineTooLong());
+            return -1;
+        }
+        if (m_buffer.isEmpty() && !readMore())
+            return -1;
+        m_text.remove(0, m_textPosition);
+        m_textPosition = 0;
+        searched = m_text.size();
+        m_text += m_decoder->toUnicode(m_buffer.constData(), m_buffer.size());
+        m_buffer.clear();
+    }
+}
+
+// Keeps the unread rest of the buffer and appends the next chunk. Returns
+// false at the end of the input and when the read fails.
+bool LineReader::readMore()
 {
     m_buffer.remove(0, m_position);
     m_position = 0;
+    // A very long line leaves a large buffer behind: give its memory back.
+    if (m_buffer.capacity() > 4 * s_chunkSize && m_buffer.size() < s_chunkSize)
+        m_buffer.squeeze();
     const int kept = m_buffer.size();
     m_buffer.resize(kept + s_chunkSize);
-    const qint64 got = m_device->read(m_buffer.data() + kept, s_chunkSize);
+    const qint64 got = readChunk(m_buffer.data() + kept, s_chunkSize);
     m_buffer.resize(kept + int(qMax<qint64>(got, 0)));
     return got > 0;
 }
 
+qint64 LineReader::readChunk(char *data, qint64 size)
+{
+    if (m_descriptor >= 0) {
+        for (;;) {
+            const ssize_t got = ::read(m_descriptor, data, size_t(size));
+            if (got >= 0)
+                return got;
+            if (errno != EINTR) {
+                fail(QString::fromLocal8Bit(std::strerror(errno)));
+                return -1;
+            }
+        }
+    }
+    for (;;) {
+        const qint64 got = m_device->read(data, size);
+        if (got < 0) {
+            fail(m_device->errorString());
+            return -1;
+        }
+        // A sequential device such as a process may have nothing yet.
+        if (got > 0 || !m_device->isSequential() || !m_device->waitForReadyRead(-1))
+            return got;
+    }
+}
+
 // The line feed goes through the decoder with its line, so that a broken
-// sequence at the end of a line is reported in that line.
+// sequence at the end of a line is reported in that line. The line keeps room
+// for the line feed that the parser appends, so that a long line is never
+// copied to grow.
 void LineReader::decode(const char *bytes, int size, QString &line)
 {
     if (!m_isFirstLine) {
+        line.reserve(size + 1);
         line.resize(size);
         if (widenAscii(bytes, size, reinterpret_cast<ushort *>(line.data())))
             return;
     }
-    m_isFirstLine = false;
     line = m_decoder->toUnicode(bytes, size);
+    if (m_isFirstLine) {
+        // From here on a byte order mark is a character like any other.
+        m_decoder.reset(m_codec->makeDecoder(QTextCodec::IgnoreHeader));
+    }
 }
 
 } // namespace TessivaneTemplatePrivate

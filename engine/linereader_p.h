@@ -8,45 +8,76 @@
 #include <memory>
 
 class QIODevice;
+class QTextCodec;
 class QTextDecoder;
 
 namespace TessivaneTemplatePrivate {
 
-// Reads the lines of a template input exactly as QTextStream::readLine()
-// would: without their terminator ("\n", or "\r\n", and a lone "\r" at the
-// very end), decoded in the stream's encoding.
+// Reads the lines of a template input: without their terminator ("\n", or
+// "\r\n", and a lone "\r" at the very end), decoded in the stream's encoding,
+// as QTextStream::readLine() would cut them. Unlike a QTextStream it tells a
+// read error from the end of the input, reads a pipe or a terminal to its end
+// however slowly it delivers, and refuses a line too long to be held.
 //
-// QTextStream scans and decodes a character at a time, which costs more than
-// everything else a plain line needs. When the stream reads a file that
-// nothing has read yet in an encoding where a 0x0A byte always ends a line
-// (UTF-8 or Latin-1), the lines are cut from the raw bytes and decoded in one
-// step instead, an ASCII line by widening its bytes into the caller's buffer.
-// Any other stream is read through QTextStream itself.
+// The reader takes the bytes from the stream's device itself: a pipe, FIFO or
+// terminal through its file descriptor, so that a read returns what is there
+// and reports the system's error; anything else through QIODevice::read().
+// In an encoding where a 0x0A byte always ends a line (UTF-8, Latin-1) the
+// lines are cut from the bytes, and an ASCII line is widened in one step,
+// which costs far less than QTextStream's decoding a character at a time;
+// other encodings are decoded first and cut afterwards. A stream without a
+// device, or one that has read ahead of its file, is read through QTextStream.
+//
+// Two rules are the reader's own, so that a template renders the same however
+// its bytes arrive: a byte order mark counts only at the very start of the
+// input, and bytes that decode to nothing make a line only when they are the
+// whole input.
 class LineReader
 {
 public:
+    // The longest line, line feed included, in bytes of the input: a QString
+    // holds little more than 2^30 characters.
+    static constexpr int MaxLineBytes = (1 << 30) - (1 << 16);
+
     explicit LineReader(QTextStream *stream);
     ~LineReader();
 
-    // Reads the next line into \a line; false at the end of the input.
+    // Reads the next line into \a line. Returns false at the end of the input,
+    // and when the input cannot be read on; errorString() then says why.
     bool readLine(QString &line);
+    // Why the input could not be read to its end; empty after a clean end.
+    QString errorString() const;
 
 private:
     Q_DISABLE_COPY(LineReader)
 
     bool takeOverDevice();
+    bool start();
+    bool readThroughStream(QString &line);
+    bool readBytes(QString &line);
+    bool readDecoded(QString &line);
     int findLineEnd();
-    bool fill();
+    int findTextLineEnd();
+    bool readMore();
+    qint64 readChunk(char *data, qint64 size);
     void decode(const char *bytes, int size, QString &line);
+    bool finishLine(QString &line, bool hasFeed);
+    bool fail(const QString &reason);
 
     QTextStream *m_stream;
     QIODevice *m_device = nullptr; // null while reading through the stream
+    int m_descriptor = -1; // the device's file descriptor when it is read directly
+    QTextCodec *m_codec = nullptr; // chosen at the first read
     std::unique_ptr<QTextDecoder> m_decoder;
-    QByteArray m_buffer;
-    int m_position = 0;
-    // The decoder sees the first line, so that it drops a byte order mark
-    // there and only there.
+    bool m_isAtStart = false; // whether the device stands at the start of the input
+    bool m_cutsBytes = true; // lines are cut from the bytes, not from decoded text
+    bool m_hasRead = false; // whether any byte of the input has been read
     bool m_isFirstLine = true;
+    QByteArray m_buffer; // bytes read and not yet handed on
+    int m_position = 0;
+    QString m_text; // decoded text not yet handed on, where lines are cut from text
+    int m_textPosition = 0;
+    QString m_error;
 };
 
 } // namespace TessivaneTemplatePrivate

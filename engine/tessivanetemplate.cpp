@@ -1,11 +1,24 @@
 #include "tessivanetemplate.h"
 
+#include "enginestate_p.h"
 #include "qtcompat_p.h"
 #include "tessivanetemplateparser.h"
 
 #include <QTextStream>
 
 using namespace TessivaneTemplatePrivate;
+
+namespace {
+
+// File names are taken as the bytes the file system holds, decoded the way
+// QFile encodes them again, so that every name that exists can be opened and
+// is printed as it was written.
+QString fileNameFromBytes(const char *name)
+{
+    return QFile::decodeName(name);
+}
+
+} // namespace
 
 TessivaneTemplate::TessivaneTemplate()
     : m_defaultTag(nullptr)
@@ -14,7 +27,10 @@ TessivaneTemplate::TessivaneTemplate()
 {
 }
 
-TessivaneTemplate::~TessivaneTemplate() = default;
+TessivaneTemplate::~TessivaneTemplate()
+{
+    forgetEngine(this);
+}
 
 QString TessivaneTemplate::regRoot() const
 {
@@ -68,6 +84,10 @@ void TessivaneTemplate::setRegistryBackend(Tessivane *backend)
 
 bool TessivaneTemplate::addTag(TessivaneTemplateTag *tag)
 {
+    if (!tag) {
+        qWarning("tried to add a null tag handler");
+        return false;
+    }
     if (tag->tagNameList().isEmpty()) {
         qWarning("tried to add a tag without tag names.");
         return false;
@@ -98,6 +118,10 @@ TessivaneTemplateTag *TessivaneTemplate::getTag(const char *name)
 
 void TessivaneTemplate::setDefaultTagHandler(TessivaneTemplateTag *tag)
 {
+    if (!tag) {
+        qWarning("tried to set a null default tag handler");
+        return;
+    }
     tag->setRegistryBackend(m_registryBackend);
     tag->setTessivaneTemplate(this);
     m_defaultTag = tag;
@@ -130,9 +154,11 @@ const QList<TessivaneTemplateParser *> &TessivaneTemplate::runningParsers() cons
 
 int TessivaneTemplate::process(const char *templateFile, QFile &outFile)
 {
-    QFile input(fileNameFromBytes(templateFile));
-    if (!input.open(QIODevice::ReadOnly)) {
-        qWarning("Could not open template file '%s'", templateFile);
+    const char *name = templateFile ? templateFile : "";
+    // QFile would print a complaint of its own about an empty name.
+    QFile input(fileNameFromBytes(name));
+    if (!*name || !input.open(QIODevice::ReadOnly)) {
+        qWarning("Could not open template file '%s'", name);
         return 3;
     }
     return process(&input, input.fileName(), outFile);
@@ -140,6 +166,10 @@ int TessivaneTemplate::process(const char *templateFile, QFile &outFile)
 
 int TessivaneTemplate::process(QIODevice *input, const QString &templateName, QFile &outFile)
 {
+    if (!input || !input->isReadable()) {
+        qWarning("Could not open template file '%s'", formatArgument(templateName).constData());
+        return 3;
+    }
     if (outFile.isOpen() && !outFile.isWritable()) {
         qWarning("File not opened in write mode '%s'",
                  formatArgument(outFile.fileName()).constData());
@@ -149,21 +179,44 @@ int TessivaneTemplate::process(QIODevice *input, const QString &templateName, QF
         qWarning("Could not open out file '%s'", formatArgument(outFile.fileName()).constData());
         return 3;
     }
+    // A template that a tag handler processes inside this run shares its record.
+    const bool isOutermost = m_parsers.isEmpty();
+    if (isOutermost)
+        setReadFailed(this, false);
+    int result = run(input, templateName, outFile);
+    if (isOutermost && hasReadFailed(this))
+        result = 3;
+    return result;
+}
 
-    // Declared in this order so that they go in reverse: the parser leaves the
-    // running list first, then the output stream flushes what it buffered.
+// Returns the parser's result, or 3 when the output could not be written.
+int TessivaneTemplate::run(QIODevice *input, const QString &templateName, QFile &outFile)
+{
     QTextStream in(input);
     QTextStream out(&outFile);
     setUtf8Codec(out);
-    TessivaneTemplateParser parser(this, &in, &out, templateName);
-    return parser.process();
+    int result;
+    {
+        // Leaves the running list before the output is checked.
+        TessivaneTemplateParser parser(this, &in, &out, templateName);
+        result = parser.process();
+    }
+    out.flush();
+    if (out.status() == QTextStream::WriteFailed || !outFile.flush()) {
+        qWarning("Could not write out file '%s': %s",
+                 formatArgument(outFile.fileName()).constData(),
+                 formatArgument(outFile.errorString()).constData());
+        return 3;
+    }
+    return result;
 }
 
 int TessivaneTemplate::process(const char *templateFile, const char *outFileName)
 {
-    QFile outFile(fileNameFromBytes(outFileName));
-    if (!outFile.open(QIODevice::WriteOnly)) {
-        qWarning("Could not open out file '%s'", outFileName);
+    const char *name = outFileName ? outFileName : "";
+    QFile outFile(fileNameFromBytes(name));
+    if (!*name || !outFile.open(QIODevice::WriteOnly)) {
+        qWarning("Could not open out file '%s'", name);
         return 3;
     }
     return process(templateFile, outFile);

@@ -51,8 +51,8 @@ public:
     /**
      * Appends \a tag to the handler list and gives it this engine and the
      * current registry backend. Returns false, with a warning and the handler
-     * left unchanged, when the handler lists no tag name or is the default
-     * handler.
+     * left unchanged, when the handler is null, lists no tag name or is the
+     * default handler.
      */
     bool addTag(TessivaneTemplateTag *tag);
     /// Unregisters the first occurrence of \a tag; the handler is not deleted.
@@ -62,7 +62,8 @@ public:
      * default handler, which may be null.
      */
     TessivaneTemplateTag *getTag(const char *name);
-    /// Makes \a tag (not null) serve every name no registered handler serves.
+    /// Makes \a tag serve every name no registered handler serves; a null \a tag is refused with a
+    /// warning.
     void setDefaultTagHandler(TessivaneTemplateTag *tag);
     TessivaneTemplateTag *defaultTagHandler() const;
 
@@ -84,7 +85,11 @@ public:
      * current position. An unopened \a outFile is opened write-only and
      * truncated; one that is open must be writable. \a outFile is left open.
      * Returns 0 when the template was read to its end, 1 when it declared a
-     * newer template version, 3 when a file could not be opened.
+     * newer template version, 3 when a file could not be opened, read to its
+     * end (the template, or a file it includes) or written; a warning says
+     * which and why.
+     *
+     * A template may be a pipe, a FIFO or a terminal: it is read to its end.
      */
     int process(const char *templateFile, QFile &outFile);
     /**
@@ -96,12 +101,15 @@ public:
      * Processes the template read from \a input, which must be open for
      * reading, into \a outFile as above; reports name it \a templateName.
      * For templates that are no file of their own, such as standard input.
-     * Returns 0, 1 or 3 as above.
+     * Returns 0, 1 or 3 as above; a null \a input, or one not open for
+     * reading, draws "Could not open template file" and 3.
      */
     int process(QIODevice *input, const QString &templateName, QFile &outFile);
 
 private:
     Q_DISABLE_COPY(TessivaneTemplate)
+
+    int run(QIODevice *input, const QString &templateName, QFile &outFile);
 
     QList<TessivaneTemplateTag *> m_tags;
     TessivaneTemplateTag *m_defaultTag;

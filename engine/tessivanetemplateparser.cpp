@@ -1,5 +1,6 @@
 #include "tessivanetemplateparser.h"
 
+#include "enginestate_p.h"
 #include "linereader_p.h"
 #include "qtcompat_p.h"
 #include "syntaxscan_p.h"
@@ -15,6 +16,30 @@
 #include <cstdarg>
 
 using namespace TessivaneTemplatePrivate;
+
+namespace {
+
+// QTextStream copies what it is given into a buffer of its own before it
+// encodes it. A long text goes in slices, so that a line of a gigabyte is not
+// held twice more on its way out.
+void writeText(QTextStream &out, const QStringRef &text)
+{
+    const int sliceSize = 1 << 16;
+    if (text.size() <= sliceSize) {
+        out << text;
+        return;
+    }
+    for (int at = 0; at < text.size();) {
+        int size = qMin(sliceSize, text.size() - at);
+        // A surrogate pair stays whole, so that the encoder never sees half of one.
+        if (at + size < text.size() && text.at(at + size - 1).isHighSurrogate())
+            --size;
+        out << text.mid(at, size);
+        at += size;
+    }
+}
+
+} // namespace
 
 TessivaneTemplateParser::TessivaneTemplateParser(TessivaneTemplate *engine, QTextStream *in,
                                                  QTextStream *out, QString fileName)
@@ -55,12 +80,23 @@ int TessivaneTemplateParser::process()
         line += QLatin1Char('\n');
         if (indexOfMark(line) < 0) {
             if (m_activeCommands.isEmpty())
-                *m_out << line;
+                writeText(*m_out, QStringRef(&line));
         } else if (!processCommandLine(line, name, parameter)) {
             return 1;
         }
     }
-    return 0;
+    return reader.errorString().isEmpty() ? 0 : readFailed(reader.errorString());
+}
+
+// An input that breaks off is never taken for one that ended: the report
+// names the line that could not be read, and the engine's run fails.
+int TessivaneTemplateParser::readFailed(const QString &reason)
+{
+    ++m_lineNumber;
+    setReadFailed(m_engine, true);
+    warning("Could not read file '%s': %s", formatArgument(m_fileName).constData(),
+            formatArgument(reason).constData());
+    return 3;
 }
 
 // Returns false when a declared template version stops the input. The line
@@ -74,7 +110,7 @@ bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &n
     while (walker.next(token, isCommand)) {
         if (!isCommand) {
             if (m_activeCommands.isEmpty())
-                *m_out << token;
+                writeText(*m_out, token);
             continue;
         }
         // Every command starts from an empty parameter: one without "(" has none.

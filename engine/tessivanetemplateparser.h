@@ -40,7 +40,13 @@ public:
 
     /**
      * Runs the input to its end. Returns 0 when it was read to its end, 1 when
-     * a template version newer than ParserVersion stopped it. Call it once.
+     * a template version newer than ParserVersion stopped it, 3 when the input
+     * could not be read to its end (a read error, or a line longer than the
+     * engine can hold), with a warning that says why. Call it once.
+     *
+     * The parser reads the bytes of the input stream's device itself, so
+     * that a pipe is read to its end and a read error is told from the end;
+     * a stream over a pipe must not have been read from before.
      */
     int process();
     /// Dispatches to the active-command list when it is not empty, else to all commands.
@@ -75,6 +81,7 @@ private:
     bool processCommandLine(const QString &line, QString &name, QString &parameter);
     bool processCommand(QString &name, QString &parameter);
     void report(const char *kind, const QString &message, bool isDebug);
+    int readFailed(const QString &reason);
 
     TessivaneTemplate *m_engine;
     QTextStream *m_in;

@@ -2,16 +2,15 @@
 #define TESSIVANETEMPLATE_QTCOMPAT_P_H
 
 // The few text conversions whose Qt calls differ between Qt versions, kept in
-// one place so that a port touches only this file. Not installed.
+// one place so that a port touches only this file. Every folder of the library
+// may use it; it uses nothing of ours. Not installed.
 
 #include <QByteArray>
-#include <QFile>
 #include <QString>
 #include <QTextCodec>
 #include <QTextStream>
 
 #include <cstdarg>
-#include <memory>
 
 namespace TessivaneTemplatePrivate {
 
@@ -25,14 +24,6 @@ inline QString fromAscii(const char *text)
 inline QByteArray toAscii(const QString &text)
 {
     return text.toLatin1();
-}
-
-// File names are taken as the bytes the file system holds, decoded the way
-// QFile encodes them again, so that every name that exists can be opened and
-// is printed as it was written.
-inline QString fileNameFromBytes(const char *name)
-{
-    return QFile::decodeName(name);
 }
 
 inline QString formatV(const char *format, va_list args)
@@ -62,23 +53,6 @@ inline bool decodeUtf8(const QByteArray &bytes, QString &text)
     text = QTextCodec::codecForMib(106)->toUnicode(bytes.constData(), bytes.size(), &state);
     return state.invalidChars == 0 && state.remainingChars == 0;
 }
-
-// Decodes text that arrives in pieces in the locale's encoding, as the
-// template itself is decoded. It keeps state between pieces, so a character
-// cut in two by a piece boundary still comes out whole.
-class LocaleDecoder
-{
-public:
-    LocaleDecoder()
-        : m_decoder(QTextCodec::codecForLocale()->makeDecoder())
-    {
-    }
-
-    QString decode(const char *bytes, int size) { return m_decoder->toUnicode(bytes, size); }
-
-private:
-    std::unique_ptr<QTextDecoder> m_decoder;
-};
 
 } // namespace TessivaneTemplatePrivate
 
