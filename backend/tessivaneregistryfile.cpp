@@ -9,13 +9,20 @@
 #include <QJsonObject>
 #include <QLocale>
 
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 
 using namespace TessivaneTemplatePrivate;
 
 namespace {
 
 const QByteArray s_utf8Bom("\xEF\xBB\xBF");
+
+// A registry file is read whole. One larger than this is refused rather than
+// read until memory runs out: /dev/zero given by mistake never ends.
+const qint64 s_largestFile = qint64(1) << 30;
+const int s_chunkSize = 1 << 16;
 
 using Values = QList<QPair<QString, QString>>;
 
@@ -109,6 +116,43 @@ QString parseLine(const QString &line, QString &key, QString &value)
     return unquote(raw, value);
 }
 
+QString tooLarge()
+{
+    return QStringLiteral("larger than 1 GiB");
+}
+
+// Reads \a file to its end into \a data. Returns an empty text, or why the
+// file could not be read to its end: a failed read is never taken for the end.
+QString readWhole(QFile &file, QByteArray &data)
+{
+    if (!file.isSequential() && file.size() > s_largestFile)
+        return tooLarge();
+    for (;;) {
+        const int kept = data.size();
+        if (kept > s_largestFile)
+            return tooLarge();
+        data.resize(kept + s_chunkSize);
+        const qint64 got = file.read(data.data() + kept, s_chunkSize);
+        data.resize(kept + int(qMax<qint64>(got, 0)));
+        if (got < 0)
+            return file.errorString();
+        if (got == 0)
+            return QString();
+    }
+}
+
+// Opens and reads \a fileName. Returns an empty text, or why it could not.
+QString readFile(const QString &fileName, QByteArray &data)
+{
+    // QFile would print a complaint of its own about an empty name.
+    if (fileName.isEmpty())
+        return QString::fromLocal8Bit(std::strerror(ENOENT));
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly))
+        return file.errorString();
+    return readWhole(file, data);
+}
+
 } // namespace
 
 TessivaneRegistryFile::TessivaneRegistryFile() = default;
@@ -117,10 +161,12 @@ TessivaneRegistryFile::~TessivaneRegistryFile() = default;
 
 bool TessivaneRegistryFile::load(const QString &fileName, Tessivane *backend)
 {
-    QFile file(fileName);
-    const QByteArray data = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    if (file.error() != QFileDevice::NoError)
-        return fail(fileName + QLatin1String(": cannot read registry file: ") + file.errorString());
+    if (!backend)
+        return fail(fileName + QLatin1String(": no registry backend to load the file into"));
+    QByteArray data;
+    const QString error = readFile(fileName, data);
+    if (!error.isEmpty())
+        return fail(fileName + QLatin1String(": cannot read registry file: ") + error);
     if (!parse(fileName, data))
         return false;
     for (const auto &entry : qAsConst(m_values))

@@ -33,7 +33,9 @@ public:
     /**
      * Reads \a fileName and stores its values in \a backend, replacing values
      * of keys it already holds. Returns true on success; otherwise returns
-     * false, stores nothing, and errorString() describes the problem.
+     * false, stores nothing, and errorString() describes the problem. A file
+     * that cannot be read to its end, one larger than 1 GiB and a null
+     * \a backend are refused.
      */
     bool load(const QString &fileName, Tessivane *backend);
     /// Parses \a data as a file named \a fileName would be, without storing it.

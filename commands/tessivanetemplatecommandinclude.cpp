@@ -12,6 +12,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace TessivaneTemplatePrivate;
 
@@ -24,6 +27,40 @@ const QLatin1String s_includeExecutable("INCLUDE_EXECUTABLE");
 QByteArray arg(const QString &text)
 {
     return formatArgument(text);
+}
+
+// No file name holds a NUL byte: the system would see only what stands
+// before it, and so open another file.
+bool canNameFile(const QString &path)
+{
+    return !path.isEmpty() && !path.contains(QChar(0));
+}
+
+// Opens \a path read-only into \a file. Returns 0, or the system's error
+// number: the warning gives the system's description of the error, which QFile
+// replaces with words of its own for a directory and an empty name.
+int openForReading(const QString &path, QFile &file)
+{
+    if (path.contains(QChar(0)))
+        return ENOENT;
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return errno;
+    struct stat status;
+    if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
+        ::close(fd);
+        return EISDIR;
+    }
+    file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
+    return 0;
+}
+
+// The path of the file \a path names, links and ".." resolved; empty when it
+// names none. Asked only of names that can name a file, since QFileInfo
+// complains aloud about the others.
+QString canonicalPath(const QString &path)
+{
+    return canNameFile(path) ? QFileInfo(path).canonicalFilePath() : QString();
 }
 
 } // namespace
@@ -55,12 +92,11 @@ int TessivaneTemplateCommandInclude::includeFile(TessivaneTemplateParser *parser
 {
     if (isRefused(parser, path))
         return CommandFailed;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        // For a failed open QFile's error text is the system's description of
-        // the error (a directory aside, which QFile refuses in words of its own).
+    QFile file;
+    const int error = openForReading(path, file);
+    if (error != 0) {
         parser->warning("Could not open file '%s': %s", arg(path).constData(),
-                        arg(file.errorString()).constData());
+                        std::strerror(error));
         return CommandFailed;
     }
     QTextStream in(&file);
@@ -80,11 +116,11 @@ bool TessivaneTemplateCommandInclude::isRefused(TessivaneTemplateParser *parser,
                         arg(path).constData(), int(MaxIncludeDepth));
         return true;
     }
-    const QString canonical = QFileInfo(path).canonicalFilePath();
+    const QString canonical = canonicalPath(path);
     if (canonical.isEmpty())
         return false;
     for (TessivaneTemplateParser *outer : running) {
-        if (QFileInfo(outer->fileName()).canonicalFilePath() == canonical) {
+        if (canonicalPath(outer->fileName()) == canonical) {
             parser->warning("Could not include file '%s': it is already being processed "
                             "(include cycle)",
                             arg(path).constData());
@@ -129,12 +165,12 @@ int TessivaneTemplateCommandInclude::includeExecutable(TessivaneTemplateParser *
                         std::strerror(errno));
         return CommandFailed;
     }
-    // Each chunk is written as it comes; a NUL byte ends the text of its chunk.
-    LocaleDecoder decoder;
+    // Each chunk is written as it comes, every byte one Latin-1 character; a
+    // NUL byte ends the text of its chunk.
     QTextStream &out = *parser->getOutStream();
     char buffer[1024];
     while (std::fgets(buffer, sizeof buffer, pipe))
-        out << decoder.decode(buffer, int(std::strlen(buffer)));
+        out << fromAscii(buffer);
     ::pclose(pipe);
     return CommandDone;
 #endif

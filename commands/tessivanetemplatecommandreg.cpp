@@ -58,6 +58,13 @@ QString expandRegRoot(const QStringRef &key, const TessivaneTemplate *engine)
     return expanded;
 }
 
+// Messages insert texts as printf's "%s" does: a text ends at its first NUL.
+QString asInserted(const QString &text)
+{
+    const int nul = text.indexOf(QChar(0));
+    return nul < 0 ? text : text.left(nul);
+}
+
 // A registry parameter taken apart: the key with the registry root in place,
 // the value mapping, and the default value.
 struct RegParameter
@@ -150,10 +157,11 @@ int TessivaneTemplateCommandReg::getReg(TessivaneTemplateParser *parser, const Q
         value = std::move(found);
         return 0;
     }
-    message = QLatin1String("Could not find regkey ") + reg.key;
+    message = QLatin1String("Could not find regkey ") + asInserted(reg.key);
     if (!reg.hasDefault)
         return 1;
     value = reg.defaultValue;
-    message += QLatin1String(", but have default value. writing default value ") + reg.defaultValue;
+    message += QLatin1String(", but have default value. writing default value ")
+        + asInserted(reg.defaultValue);
     return 0;
 }
