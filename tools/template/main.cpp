@@ -4,14 +4,17 @@
 //   0  rendered
 //   1  the template declares a newer template version
 //   2  usage error or bad registry file; nothing is rendered
-//   3  a file could not be opened, written or replaced
-//   4  --strict, and a warning was reported
-// On any status but 0 an OUTPUT file is left byte for byte as it was.
+//   3  a file could not be opened, read, written or replaced, or memory ran out
+//   4  --strict, and a warning other than a registry default was reported
+// On any status but 0 an OUTPUT file is left byte for byte as it was, and
+// under --strict nothing reaches standard output.
 
+#include "localregistry.h"
 #include "optiontaghandler.h"
+#include "pendingnames.h"
 #include "replacingfile.h"
+#include "reportlog.h"
 #include "tessivane.h"
-#include "tessivaneregistryfile.h"
 #include "tessivanetemplate.h"
 
 #include <QCommandLineParser>
@@ -19,6 +22,9 @@
 #include <QFile>
 
 #include <cstdio>
+#include <memory>
+#include <new>
+#include <unistd.h>
 
 namespace {
 
@@ -32,29 +38,10 @@ enum ExitStatus {
 
 const char s_toolName[] = "tessivane-template";
 
-// Warnings seen so far: the library's reports and the engine's own messages.
-int s_warningCount = 0;
-
-// The library's reports go out exactly as it composes them, one a line, with
-// no prefix of Qt's, whatever QT_MESSAGE_PATTERN says.
-void printMessage(QtMsgType type, const QMessageLogContext &, const QString &message)
-{
-    if (type != QtDebugMsg && type != QtInfoMsg)
-        ++s_warningCount;
-    const QByteArray line = message.toLocal8Bit() + '\n';
-    std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
-}
-
-void printError(const QString &message)
-{
-    const QByteArray line = QByteArray(s_toolName) + ": " + message.toLocal8Bit() + '\n';
-    std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
-}
-
 int usageError(const QString &message)
 {
-    printError(message + QLatin1String(" (see '") + QLatin1String(s_toolName)
-               + QLatin1String(" --help')"));
+    ReportLog::printError(message + QLatin1String(" (see '") + QLatin1String(s_toolName)
+                          + QLatin1String(" --help')"));
     return UsageError;
 }
 
@@ -62,8 +49,7 @@ struct Options
 {
     QString templateName;
     QString outputName;
-    QStringList registryFiles;
-    QList<QPair<QString, QString>> values;
+    LocalRegistry registry;
     QList<QPair<QString, QString>> tags;
     QByteArray root;
     QByteArray commentPrefix;
@@ -73,7 +59,7 @@ struct Options
 
     bool writesToStandardOutput() const
     {
-        return outputName.isEmpty() || outputName == QLatin1String("-");
+        return outputName.isNull() || outputName == QLatin1String("-");
     }
 };
 
@@ -98,6 +84,10 @@ struct OptionSet
     QCommandLineOption suffix {QStringLiteral("comment-suffix"),
                                QStringLiteral("Close those comments with TEXT."),
                                QStringLiteral("TEXT")};
+    QCommandLineOption env {{QStringLiteral("e"), QStringLiteral("env")},
+                            QStringLiteral("Store every environment variable NAME as the registry "
+                                           "key /env/NAME; applied after the files, before "
+                                           "--set.")};
     QCommandLineOption debug {{QStringLiteral("d"), QStringLiteral("debug")},
                               QStringLiteral("Report debug messages too.")};
     QCommandLineOption tag {{QStringLiteral("t"), QStringLiteral("tag")},
@@ -105,8 +95,9 @@ struct OptionSet
                                            "an integer; repeatable, the first definition wins."),
                             QStringLiteral("NAME=TEXT")};
     QCommandLineOption strict {QStringLiteral("strict"),
-                               QStringLiteral("Treat any warning as a failure (exit status 4, "
-                                              "OUTPUT untouched).")};
+                               QStringLiteral("Treat any warning but a registry default as a "
+                                              "failure (exit status 4, OUTPUT untouched, nothing "
+                                              "on standard output).")};
     QCommandLineOption help {{QStringLiteral("h"), QStringLiteral("help")},
                              QStringLiteral("Show this help and exit.")};
     QCommandLineOption version {{QStringLiteral("V"), QStringLiteral("version")},
@@ -120,8 +111,9 @@ void setUp(QCommandLineParser &parser, const OptionSet &options)
                        "conditional blocks and includes.\nExit status: 0 rendered, 1 newer "
                        "template version, 2 usage or registry file error, 3 file error, "
                        "4 warning under --strict."));
-    parser.addOptions({options.registry, options.set, options.root, options.prefix, options.suffix,
-                       options.debug, options.tag, options.strict, options.help, options.version});
+    parser.addOptions({options.registry, options.set, options.env, options.root, options.prefix,
+                       options.suffix, options.debug, options.tag, options.strict, options.help,
+                       options.version});
     parser.addPositionalArgument(QStringLiteral("TEMPLATE"),
                                  QStringLiteral("The template file, or - for standard input."));
     parser.addPositionalArgument(QStringLiteral("OUTPUT"),
@@ -167,13 +159,22 @@ bool readOptions(QCommandLineParser &parser, const OptionSet &set, Options &opti
         error = QLatin1String("unexpected argument '") + positional.at(2) + QLatin1String("'");
         return false;
     }
+    // An empty argument is a variable a script forgot to set, not a request
+    // for standard input or output.
+    for (int i = 0; i < positional.size(); ++i) {
+        if (positional.at(i).isEmpty()) {
+            error = QLatin1String(i == 0 ? "empty TEMPLATE argument" : "empty OUTPUT argument");
+            return false;
+        }
+    }
     options.templateName = positional.at(0);
     options.outputName = positional.value(1);
-    options.registryFiles = parser.values(set.registry);
+    options.registry.files = parser.values(set.registry);
+    options.registry.includesEnvironment = parser.isSet(set.env);
     options.isDebug = parser.isSet(set.debug);
     options.isStrict = parser.isSet(set.strict);
     if (!splitAssignments(parser.values(set.set), QStringLiteral("--set"),
-                          QStringLiteral("KEY=VALUE"), options.values, error)
+                          QStringLiteral("KEY=VALUE"), options.registry.values, error)
         || !splitAssignments(parser.values(set.tag), QStringLiteral("--tag"),
                              QStringLiteral("NAME=TEXT"), options.tags, error))
         return false;
@@ -189,65 +190,44 @@ bool readOptions(QCommandLineParser &parser, const OptionSet &set, Options &opti
                     options.commentSuffix, error);
 }
 
-bool loadRegistry(const Options &options, Tessivane &registry)
-{
-    for (const QString &fileName : options.registryFiles) {
-        TessivaneRegistryFile file;
-        if (!file.load(fileName, &registry)) {
-            printError(file.errorString());
-            return false;
-        }
-    }
-    for (const auto &value : options.values)
-        registry.set(value.first, value.second);
-    return true;
-}
-
 int runEngine(TessivaneTemplate &engine, const Options &options, QFile &out)
 {
     if (options.templateName != QLatin1String("-"))
         return engine.process(QFile::encodeName(options.templateName).constData(), out);
     QFile in;
-    in.open(stdin, QIODevice::ReadOnly);
+    in.open(STDIN_FILENO, QIODevice::ReadOnly);
     return engine.process(&in, options.templateName, out);
 }
 
-int exitStatus(int result, const Options &options)
+std::unique_ptr<ReplacingFile> makeOutput(const Options &options)
 {
+    if (options.writesToStandardOutput())
+        return std::make_unique<ReplacingFile>(STDOUT_FILENO, QStringLiteral("standard output"));
+    return std::make_unique<ReplacingFile>(options.outputName);
+}
+
+// A failed run leaves OUTPUT as it was; a write that failed on the way
+// outranks what the run itself reports.
+int render(TessivaneTemplate &engine, const Options &options)
+{
+    const std::unique_ptr<ReplacingFile> output = makeOutput(options);
+    if (options.isStrict)
+        output->holdBack();
+    if (!output->open()) {
+        ReportLog::printError(output->errorString());
+        return FileError;
+    }
+    const int result = runEngine(engine, options, output->file());
     if (result == 3)
         return FileError;
+    const bool isComplete = result == 0 && !(options.isStrict && ReportLog::strictFailures() > 0);
+    if (isComplete ? !output->commit() : !output->checkWritten()) {
+        ReportLog::printError(output->errorString());
+        return FileError;
+    }
     if (result == 1)
         return NewerVersion;
-    return options.isStrict && s_warningCount > 0 ? StrictFailure : Rendered;
-}
-
-int renderToStandardOutput(TessivaneTemplate &engine, const Options &options)
-{
-    QFile out;
-    out.open(stdout, QIODevice::WriteOnly);
-    const int status = exitStatus(runEngine(engine, options, out), options);
-    if (!out.flush() || out.error() != QFileDevice::NoError) {
-        printError(QLatin1String("cannot write standard output: ") + out.errorString());
-        return FileError;
-    }
-    return status;
-}
-
-int renderToFile(TessivaneTemplate &engine, const Options &options)
-{
-    ReplacingFile output(options.outputName);
-    if (!output.open()) {
-        printError(output.errorString());
-        return FileError;
-    }
-    const int status = exitStatus(runEngine(engine, options, output.file()), options);
-    if (status != Rendered)
-        return status;
-    if (!output.commit()) {
-        printError(output.errorString());
-        return FileError;
-    }
-    return Rendered;
+    return isComplete ? Rendered : StrictFailure;
 }
 
 } // namespace
@@ -257,7 +237,8 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QLatin1String(s_toolName));
     QCoreApplication::setApplicationVersion(QStringLiteral(TT_VERSION));
-    qInstallMessageHandler(printMessage);
+    PendingNames::installSignalCleanup();
+    ReportLog::install();
 
     QCommandLineParser parser;
     const OptionSet optionSet;
@@ -278,8 +259,10 @@ int main(int argc, char **argv)
         return usageError(error);
 
     Tessivane registry;
-    if (!loadRegistry(options, registry))
+    if (!options.registry.load(registry)) {
+        ReportLog::printError(options.registry.errorString());
         return UsageError;
+    }
     OptionTagHandler tags;
     for (const auto &tag : qAsConst(options.tags))
         tags.define(tag.first, tag.second);
@@ -292,6 +275,11 @@ int main(int argc, char **argv)
     engine.setShowDebug(options.isDebug);
     if (!tags.isEmpty())
         engine.addTag(&tags);
-    return options.writesToStandardOutput() ? renderToStandardOutput(engine, options)
-                                            : renderToFile(engine, options);
+    try {
+        return render(engine, options);
+    } catch (const std::bad_alloc &) {
+        // The output's temporary has no name: nothing is left behind.
+        ReportLog::printError(QStringLiteral("out of memory"));
+        return FileError;
+    }
 }

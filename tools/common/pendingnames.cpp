@@ -1,0 +1,93 @@
+#include "pendingnames.h"
+
+#include <csignal>
+#include <pthread.h>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace PendingNames {
+
+namespace {
+
+struct Slot
+{
+    volatile sig_atomic_t isUsed;
+    int directory;
+    char name[256];
+};
+
+// Fixed storage: a signal handler can neither allocate nor take a lock.
+Slot s_slots[64];
+
+void removeAllAndRaise(int signalNumber)
+{
+    for (const Slot &slot : s_slots) {
+        if (slot.isUsed)
+            ::unlinkat(slot.directory, slot.name, 0);
+    }
+    // The handler was installed to run once: the signal now takes its course.
+    ::raise(signalNumber);
+}
+
+// Every signal whose default action ends the process.
+const int s_endingSignals[] = {SIGHUP,    SIGINT,  SIGQUIT,   SIGILL,  SIGTRAP, SIGABRT, SIGBUS,
+                               SIGFPE,    SIGUSR1, SIGSEGV,   SIGUSR2, SIGPIPE, SIGALRM, SIGTERM,
+                               SIGSTKFLT, SIGXCPU, SIGVTALRM, SIGPROF, SIGPOLL, SIGPWR,  SIGSYS};
+
+bool isIgnored(int signalNumber)
+{
+    struct sigaction current;
+    return ::sigaction(signalNumber, nullptr, &current) == 0 && current.sa_handler == SIG_IGN;
+}
+
+} // namespace
+
+int add(int directory, const QByteArray &name)
+{
+    if (name.size() >= int(sizeof s_slots[0].name))
+        return -1;
+    for (int i = 0; i < int(sizeof s_slots / sizeof s_slots[0]); ++i) {
+        Slot &slot = s_slots[i];
+        if (slot.isUsed)
+            continue;
+        slot.directory = directory;
+        std::memcpy(slot.name, name.constData(), size_t(name.size()) + 1);
+        slot.isUsed = 1;
+        return i;
+    }
+    return -1;
+}
+
+void remove(int slot)
+{
+    if (slot >= 0)
+        s_slots[slot].isUsed = 0;
+}
+
+void installSignalCleanup(const QList<int> &handledElsewhere)
+{
+    struct sigaction cleanup = {};
+    cleanup.sa_handler = removeAllAndRaise;
+    cleanup.sa_flags = SA_RESETHAND | SA_NODEFER;
+    sigfillset(&cleanup.sa_mask);
+    for (int signalNumber : s_endingSignals) {
+        if (!isIgnored(signalNumber) && !handledElsewhere.contains(signalNumber))
+            ::sigaction(signalNumber, &cleanup, nullptr);
+    }
+    ::signal(SIGXFSZ, SIG_IGN);
+}
+
+Blocker::Blocker()
+{
+    sigset_t all;
+    sigfillset(&all);
+    ::pthread_sigmask(SIG_BLOCK, &all, &m_previous);
+}
+
+Blocker::~Blocker()
+{
+    ::pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
+}
+
+} // namespace PendingNames

@@ -1,0 +1,95 @@
+#ifndef REPLACINGFILE_H
+#define REPLACINGFILE_H
+
+#include "outputfile.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <sys/stat.h>
+
+/**
+ * \brief An output that replaces a live file in one step, or not at all.
+ *
+ * Text is written into a new, unnamed temporary file (O_TMPFILE, mode 0600)
+ * in the directory of the file finally replaced. commit() checks that every
+ * write succeeded, flushes the temporary to disk, gives it the replaced
+ * file's owner and group (where the process may), permission bits, access
+ * control lists and extended attributes, links it under a name and renames
+ * it over the target, then flushes the directory. Until then, and whenever
+ * commit() fails or is not reached, the target stays byte for byte as it was;
+ * the temporary has no name, so nothing is left behind whatever ends the
+ * process. A target that already holds exactly the new bytes is not touched.
+ *
+ * Symbolic links are followed as the kernel follows them, each directory
+ * part opened by the system, so that "link/../x" means what open(2) makes of
+ * it. A target that names a stream already open (standard output, /dev/stdout,
+ * /proc/self/fd/N), a device, a FIFO, a socket, or anything under /dev or
+ * /proc is written in place, as the shell's ">" would; with holdBack() such
+ * a stream receives nothing until commit().
+ *
+ * On a file system without unnamed files the temporary is named from the
+ * start and listed with PendingNames, so that a caught signal removes it.
+ *
+ * QSaveFile does part of this, but is no QFile of ours, names its temporary
+ * from the start, and keeps neither the owner, the ACLs nor an unchanged file.
+ *
+ * \sa OutputFile, PendingNames
+ */
+class ReplacingFile
+{
+public:
+    /// An output that replaces the file \a target names.
+    explicit ReplacingFile(const QString &target);
+    /// An output to the open \a descriptor (not taken over), reported as \a label.
+    ReplacingFile(int descriptor, const QString &label);
+    ~ReplacingFile();
+
+    /// A stream written in place receives the text only at commit().
+    void holdBack();
+    /// Prepares the file to write into. Returns false and sets errorString() on failure.
+    bool open();
+    /// The file to write into once open() succeeded.
+    OutputFile &file();
+    /// Returns false and sets errorString() when a write into file() failed.
+    bool checkWritten();
+    /// Puts the written text in place. Returns false and sets errorString() on failure.
+    bool commit();
+    QString errorString() const;
+
+private:
+    Q_DISABLE_COPY(ReplacingFile)
+
+    bool fail(const QString &what, int error);
+    bool fail(const QString &what, const QString &reason);
+    bool resolveTarget();
+    bool openDirectory(const QByteArray &path);
+    bool isStreamName(int &descriptor) const;
+    bool isUnderDevOrProc() const;
+    int openStream();
+    bool openTemporary();
+    bool openNamedTemporary();
+    bool commitInPlace();
+    bool isUnchanged(int current);
+    bool takeOverAttributes(int current);
+    bool takeOverOwner(const struct stat &status, mode_t &mode);
+    bool linkAndRename();
+    bool linkTemporary();
+    QByteArray temporaryName() const;
+
+    QString m_label; // how messages name the target: 'name' as given, or "standard output"
+    QString m_name; // as given; empty for a descriptor
+    int m_streamDescriptor = -1; // an open stream written in place, not ours to close
+    bool m_holdsBack = false;
+    int m_directory = -1; // the directory of the file replaced, opened by the system
+    QByteArray m_baseName; // its name there, links followed
+    struct stat m_target = {}; // its status when open() resolved it
+    bool m_exists = false;
+    bool m_isInPlace = false;
+    OutputFile m_file;
+    QByteArray m_named; // the temporary's name while it has one
+    int m_pendingSlot = -1;
+    QString m_error;
+};
+
+#endif
