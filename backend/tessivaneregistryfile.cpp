@@ -123,10 +123,13 @@ QString tooLarge()
 
 // Reads \a file to its end into \a data. Returns an empty text, or why the
 // file could not be read to its end: a failed read is never taken for the end.
+// Reading stops early at the first byte that is not UTF-8, which the parser
+// then refuses, so that /dev/urandom given by mistake is told at once.
 QString readWhole(QFile &file, QByteArray &data)
 {
     if (!file.isSequential() && file.size() > s_largestFile)
         return tooLarge();
+    Utf8Checker checker;
     for (;;) {
         const int kept = data.size();
         if (kept > s_largestFile)
@@ -136,7 +139,7 @@ QString readWhole(QFile &file, QByteArray &data)
         data.resize(kept + int(qMax<qint64>(got, 0)));
         if (got < 0)
             return file.errorString();
-        if (got == 0)
+        if (got == 0 || !checker.feed(data.constData() + kept, int(got)))
             return QString();
     }
 }

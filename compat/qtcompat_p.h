@@ -54,6 +54,22 @@ inline bool decodeUtf8(const QByteArray &bytes, QString &text)
     return state.invalidChars == 0 && state.remainingChars == 0;
 }
 
+// Checks UTF-8 that arrives in pieces; a character cut in two by a piece
+// boundary is no fault.
+class Utf8Checker
+{
+public:
+    // Returns false once the bytes so far hold a sequence that is not UTF-8.
+    bool feed(const char *bytes, int size)
+    {
+        QTextCodec::codecForMib(106)->toUnicode(bytes, size, &m_state);
+        return m_state.invalidChars == 0;
+    }
+
+private:
+    QTextCodec::ConverterState m_state;
+};
+
 } // namespace TessivaneTemplatePrivate
 
 #endif

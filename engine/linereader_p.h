@@ -71,7 +71,6 @@ private:
     std::unique_ptr<QTextDecoder> m_decoder;
     bool m_isAtStart = false; // whether the device stands at the start of the input
     bool m_cutsBytes = true; // lines are cut from the bytes, not from decoded text
-    bool m_hasRead = false; // whether any byte of the input has been read
     bool m_isFirstLine = true;
     QByteArray m_buffer; // bytes read and not yet handed on
     int m_position = 0;
