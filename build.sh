@@ -50,7 +50,9 @@ need() {
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-base_packages=(cmake make g++ pkg-config qtbase5-dev libgtest-dev)
+base_packages=(cmake make g++ pkg-config qtbase5-dev libacl1-dev libattr1-dev)
+# What the tests use besides: GoogleTest, and the commands that set ACLs and attributes.
+test_packages=(libgtest-dev acl attr)
 
 # configure DIR [CMAKE ARGS...]
 configure() {
@@ -107,14 +109,14 @@ case "$verb" in
         render_example "$build/install"
         ;;
     test)
-        need "${base_packages[@]}"
+        need "${base_packages[@]}" "${test_packages[@]}"
         configure "$build" -DBUILD_TESTING=ON
         (cd "$build" && ctest --output-on-failure -j "$jobs")
         install_into "$build/install"
         check_consumer "$build/install"
         ;;
     install)
-        need "${base_packages[@]}"
+        need "${base_packages[@]}" "${test_packages[@]}"
         configure "$build"
         cmake --install "$build" --prefix "${1:-/usr/local}"
         ;;
@@ -125,12 +127,14 @@ case "$verb" in
         "$top/bench/run.sh" "$build" "$build/install"
         ;;
     asan)
-        need "${base_packages[@]}"
+        need "${base_packages[@]}" "${test_packages[@]}"
         configure "$top/build-asan" -DBUILD_TESTING=ON -DTESSIVANETEMPLATE_SANITIZE=ON \
             -DCMAKE_BUILD_TYPE=Debug >/dev/null
         # Qt is built without frame pointers: only the slow unwinder gives the
         # whole stacks that tests/lsan.supp matches Qt's own leaks by.
-        (cd "$top/build-asan" && ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0 \
+        # The tests preload a library into the tool that makes system calls fail;
+        # it need not come after the sanitizer's runtime.
+        (cd "$top/build-asan" && ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0:verify_asan_link_order=0 \
             LSAN_OPTIONS=suppressions="$top/tests/lsan.supp":print_suppressions=0 \
             UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
             ctest --output-on-failure -j "$jobs")
@@ -142,14 +146,15 @@ case "$verb" in
         "$top/fuzz/run.sh" "$top/build-fuzz" "${1:-60}"
         ;;
     memcheck)
-        need "${base_packages[@]}" valgrind
+        need "${base_packages[@]}" "${test_packages[@]}" valgrind
         configure "$build" -DBUILD_TESTING=ON
-        # The 100 MB line alone would take minutes under valgrind.
+        # The 100 MB line and the gigabyte reads alone would take minutes under valgrind.
         for program in "$build"/tests/tst_*; do
             [[ -x $program && $(basename "$program") != *.* ]] || continue
             valgrind --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite \
                 --trace-children=yes --suppressions="$top/tests/valgrind.supp" -q \
-                "$program" --gtest_filter=-HostileInput.WritesHundredMegabyteLine --gtest_brief=1
+                "$program" --gtest_brief=1 \
+                --gtest_filter=-HostileInput.WritesHundredMegabyteLine:*LineTooLong:*EndlessRegistryFile
         done
         echo "build.sh: no memory error and no definite leak under valgrind"
         ;;

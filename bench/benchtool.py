@@ -21,7 +21,7 @@ import sys
 import time
 
 # Bump when the shape of a workload changes, so that old inputs are rebuilt.
-DATA_FORMAT = "1"
+DATA_FORMAT = "2"
 
 REG_ROOT = "/etc/bench"
 KEY_COUNT = 1000
@@ -33,6 +33,9 @@ INCLUDE_REPEATS = 100
 LINE_BYTES = 76  # 75 visible characters and the line feed
 SMALL_MEMORY_BYTES = 10_000_000
 LARGE_MEMORY_BYTES = 1_000_000_000
+# One line of text this long, with a comment at its end: the engine holds a
+# line whole, and must not hold it more than three times over.
+LONG_LINE_BYTES = 100_000_000
 TIME = "/usr/bin/time"
 
 WORDS = ("alpha bravo charlie delta echo foxtrot golf hotel india juliet kilo lima mike "
@@ -104,6 +107,7 @@ def generate(directory):
     plain = "".join(plain_lines(PLAIN_LINES)).encode()
     write_file(path("plain.tmpl"), plain)
     write_file(path("memory-10MB.tmpl"), plain[:SMALL_MEMORY_BYTES // LINE_BYTES * LINE_BYTES])
+    write_file(path("memory-longline.tmpl"), b"x" * LONG_LINE_BYTES + b"%%* a comment%%\n")
 
     pad = " # trailing text to pad the line a bit\n"
     write_file(path("reg.tmpl"), "".join(
@@ -177,7 +181,7 @@ def read_runs(results_dir, name):
 def report(results_dir):
     rows = [("plain", "tool"), ("plain", "envsubst"), ("reg", "tool"), ("reg", "envsubst"),
             ("mixed", "tool"), ("include", "tool"),
-            ("memory-10MB", "tool"), ("memory-1GB", "tool")]
+            ("memory-10MB", "tool"), ("memory-1GB", "tool"), ("memory-longline", "tool")]
     print()
     print(f"{'workload':<13} {'program':<9} {'input MB':>9} {'runs':>4} {'median s':>9} "
           f"{'MB/s':>8} {'peak RSS MB':>11}")
@@ -218,6 +222,11 @@ def report(results_dir):
     elif small is not None:
         verdict("peak RSS on the 10 MB input", small, "< 20 MB", small < 20.0, " MB")
         print("SKIP  memory growth: the 1 GB input was not run")
+    long_line = peak.get("memory-longline.tool")
+    if long_line is not None:
+        limit = 3 * LONG_LINE_BYTES / 1e6 + 20
+        verdict(f"peak RSS on one line of {LONG_LINE_BYTES // 1_000_000} MB", long_line,
+                f"<= {limit:.0f} MB, 3 times the line and 20 MB", long_line <= limit, " MB")
 
 
 def main(argv):

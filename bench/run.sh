@@ -142,6 +142,7 @@ echo "$(bytes reg.envsubst)" >"$results/reg.envsubst.bytes"
 echo "$(bytes mixed.tmpl)" >"$results/mixed.tool.bytes"
 echo "$(($(bytes include.tmpl) + 100 * $(bytes include.d/*)))" >"$results/include.tool.bytes"
 echo "$(bytes memory-10MB.tmpl)" >"$results/memory-10MB.tool.bytes"
+echo "$(bytes memory-longline.tmpl)" >"$results/memory-longline.tool.bytes"
 [ "$large" = yes ] && echo "$(bytes memory-1GB.tmpl)" >"$results/memory-1GB.tool.bytes"
 
 # The first run of each series warms the caches and is not counted. The tool
@@ -158,7 +159,7 @@ for workload in plain reg; do
 done
 [ "$have_envsubst" = yes ] || echo "bench: no envsubst here; no comparison" >&2
 
-memory_workloads=(memory-10MB)
+memory_workloads=(memory-10MB memory-longline)
 [ "$large" = yes ] && memory_workloads+=(memory-1GB)
 for workload in mixed include "${memory_workloads[@]}"; do
     echo "bench: $workload, $runs runs after a warm-up" >&2

@@ -47,6 +47,8 @@ const LoadRow s_loadRows[] = {
     {"LinesInvalidUtf8", "r.conf", "a = 1\nb = \xFF\n", {}, "FILE:2: not valid UTF-8"},
     {"MissingFile", "absent.conf", QByteArray(), {},
      "FILE: cannot read registry file: No such file or directory"},
+    {"JsonInvalidUtf8", "r.json", "{\"a\": \"\xFF\"}", {},
+     "FILE:1:8: JSON syntax error: invalid UTF8 string"},
 };
 // clang-format on
 
@@ -77,6 +79,13 @@ TEST_P(TessivaneRegistryFile, StoresAllValuesOrNothing)
 
 INSTANTIATE_TEST_SUITE_P(Files, TessivaneRegistryFile, ::testing::ValuesIn(s_loadRows),
                          testRowName);
+
+TEST(TessivaneRegistryFileLoad, RefusesNullBackend)
+{
+    ::TessivaneRegistryFile file;
+    EXPECT_FALSE(file.load("absent.conf", nullptr));
+    EXPECT_EQ(file.errorString(), "absent.conf: no registry backend to load the file into");
+}
 
 } // namespace
 

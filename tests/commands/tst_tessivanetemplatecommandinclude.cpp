@@ -78,6 +78,14 @@ const IncludeRow s_rows[] = {
      "%%INCLUDE_EXECUTABLE(printf 'ab\\0cd\\nef')%%|"
      "%%INCLUDE_EXECUTABLE(printf '%03000d\\nend' 7)%%]\n",
      "[|abef|" + QByteArray(2999, '0') + "7\nend]\n", {}},
+    // Every byte a command prints is one Latin-1 character, and every character of the command
+    // one byte: C3 A9 comes out as U+00C3 U+00A9, and U+00E9 reaches the shell as E9.
+    {"ExecutableLatin1", "%%INCLUDE_EXECUTABLE(printf '\\303\\251')%%|"
+     "%%INCLUDE_EXECUTABLE(printf '\xc3\xa9' | od -An -tx1)%%\n", "\xc3\x83\xc2\xa9| e9\n\n", {}},
+    // The system's own words, also where QFile has others.
+    {"OpenFailsInSystemWords", "%%INCLUDE_FILE()%%%%INCLUDE_FILE(order)%%\n", "\n",
+     {"WARNING in.tmpl/1: Could not open file '': No such file or directory",
+      "WARNING in.tmpl/1: Could not open file 'order': Is a directory"}},
 };
 // clang-format on
 

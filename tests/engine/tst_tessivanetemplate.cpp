@@ -1,6 +1,8 @@
 #include "testsupport.h"
 #include "tessivanetemplateparser.h"
 
+#include <QBuffer>
+#include <QTemporaryFile>
 #include <QTextCodec>
 
 namespace {
@@ -83,10 +85,75 @@ const OpenFailureRow s_openFailureRows[] = {
      "old"},
     {"NoOutputDir", "in.tmpl", "no/o", ByName, "Could not open out file 'no/o'", nullptr},
     {"NoOutputDirUnopened", "in.tmpl", "no/o", Unopened, "Could not open out file 'no/o'", nullptr},
+    // No complaint of Qt's about the empty name goes with it.
+    {"EmptyTemplateName", "", "out.txt", ByName, "Could not open template file ''", ""},
 };
 
 INSTANTIATE_TEST_SUITE_P(Open, TessivaneTemplate, ::testing::ValuesIn(s_openFailureRows),
                          testRowName);
+
+// Delivers its bytes, then fails as a disk with a bad sector does.
+class BreakingDevice : public QIODevice
+{
+public:
+    explicit BreakingDevice(const QByteArray &bytes)
+        : m_bytes(bytes)
+    {
+    }
+
+protected:
+    qint64 readData(char *data, qint64 size) override
+    {
+        if (m_bytes.isEmpty()) {
+            setErrorString("Input/output error");
+            return -1;
+        }
+        size = qMin<qint64>(size, m_bytes.size());
+        memcpy(data, m_bytes.constData(), size_t(size));
+        m_bytes.remove(0, int(size));
+        return size;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    QByteArray m_bytes;
+};
+
+TEST_F(TessivaneTemplate, FailsWhenAnInputCannotBeReadOrTheOutputWritten)
+{
+    BreakingDevice broken("a\nb%%NOPE%%\nc");
+    QBuffer unopened, writeOnly;
+    ASSERT_TRUE(broken.open(QIODevice::ReadOnly) && writeOnly.open(QIODevice::WriteOnly));
+    QTemporaryFile out;
+    ASSERT_TRUE(out.open());
+    writeFile("in.tmpl", "x\n");
+    QFile full("/dev/full");
+    MessageRecorder recorder;
+    // The line that could not be read is not written, and the report names it.
+    EXPECT_EQ(engine.process(&broken, "b.tmpl", out), 3);
+    for (QIODevice *input : std::initializer_list<QIODevice *> {nullptr, &unopened, &writeOnly})
+        EXPECT_EQ(engine.process(input, "n.tmpl", out), 3);
+    EXPECT_EQ(engine.process("in.tmpl", full), 3);
+    const QString refused = "Could not open template file 'n.tmpl'";
+    EXPECT_EQ(recorder.warnings,
+              QStringList({"WARNING b.tmpl/2: No command handler for 'NOPE' found",
+                           "WARNING b.tmpl/3: Could not read file 'b.tmpl': Input/output error",
+                           refused, refused, refused,
+                           "Could not write out file '/dev/full': No space left on device"}));
+    out.seek(0);
+    EXPECT_EQ(out.readAll(), "a\nb\n");
+}
+
+TEST_F(TessivaneTemplate, RefusesNullTagHandlers)
+{
+    MessageRecorder recorder;
+    EXPECT_FALSE(engine.addTag(nullptr));
+    engine.setDefaultTagHandler(nullptr);
+    EXPECT_EQ(engine.defaultTagHandler(), nullptr);
+    EXPECT_EQ(recorder.warnings,
+              QStringList(
+                  {"tried to add a null tag handler", "tried to set a null default tag handler"}));
+}
 
 TEST_F(TessivaneTemplate, WritesFromCurrentPositionAndLeavesOutputOpen)
 {

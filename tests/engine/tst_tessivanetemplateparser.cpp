@@ -70,6 +70,14 @@ const ParserRow s_rows[] = {
      {"WARNING in.tmpl/1: No command handler for 'TEMPLATE_VERSION ' found"}},
     {"Comments", "a%%*%%b%%*REG(x)%%c%%  * note (see below)%%\n", "abc\n", {}},
     {"StarInside", "%%a*b%%\n", "\n", {"WARNING in.tmpl/1: No command handler for 'a*b' found"}},
+    // An input that decodes to nothing at all is one empty line; after a line feed, such bytes
+    // are no line. A byte order mark counts at the very start only.
+    {"OnlyByteOrderMark", "\xEF\xBB\xBF", "\n", {}},
+    {"OnlyUtf16Mark", "\xFF\xFE", "\n", {}},
+    {"OnlyLeadByte", "\xEF", "\n", {}},
+    {"LeadByteAfterLine", "a\n\xEF", "a\n", {}},
+    {"MarkAfterSixteenBytes", "0123456789abcde\n\xEF\xBB\xBFx\n", "0123456789abcde\n\xEF\xBB\xBFx\n", {}},
+    {"MarkAtStartOnly", "\xEF\xBB\xBF\xEF\xBB\xBFx\n", "\xEF\xBB\xBFx\n", {}},
 };
 // clang-format on
 

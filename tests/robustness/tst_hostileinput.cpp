@@ -157,7 +157,13 @@ const TemplateRow s_templateRows[] = {
     {"IncludeUnreadable", "<%%INCLUDE_FILE(@/locked)%%>\n", "<>\n",
      "WARNING in.tmpl/1: Could not open file '@/locked': Permission denied", true},
     {"IncludeDirectory", "<%%INCLUDE_FILE(@/sub)%%>\n", "<>\n",
-     "WARNING in.tmpl/1: Could not open file '@/sub': file to open is a directory"},
+     "WARNING in.tmpl/1: Could not open file '@/sub': Is a directory"},
+    // Messages insert texts as printf's "%s" does: each ends at its first NUL byte. No file
+    // name holds one, so no file is opened, and the include guard says nothing either.
+    {"NulInKeyWithDefault", "v=%%REG(a\0b)()(\"x\")%%\n"s, "v=x\n",
+     "WARNING in.tmpl/1: Could not find regkey a, but have default value. writing default value x"},
+    {"NulInIncludedName", "<%%INCLUDE_FILE(@/f1\0x)%%>\n"s, "<>\n",
+     "WARNING in.tmpl/1: Could not open file '@/f1': No such file or directory"},
 };
 
 TEST_P(HostileTemplate, RendersAsDecoded)
@@ -184,10 +190,10 @@ TT_PRINT_ROWS_AS_NAMES(ToolRow)
 
 using HostileTool = ::testing::TestWithParam<ToolRow>;
 
-// The system's reason for /proc depends on the user: ENOENT for root, EACCES otherwise.
+// /proc is written in place; the system refuses, at the open or at the write, depending on the
+// user.
 const ToolRow s_toolRows[] = {
-    {"NoTemporaryUnderProc", "/proc/version",
-     "cannot create a temporary file beside '/proc/version': "},
+    {"WrittenInPlaceUnderProc", "/proc/version", "cannot write '/proc/version': "},
     {"FullDevice", "/dev/full", "cannot write '/dev/full': No space left on device\n"},
     {"FullStandardOutput", nullptr, "cannot write standard output: No space left on device\n"},
 };

@@ -22,6 +22,7 @@ ToolRun runTool(const QString &dir, const QStringList &args, const QByteArray &i
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     // Reports must come out exactly as composed, whatever Qt's own pattern says.
     environment.insert("QT_MESSAGE_PATTERN", "[%{type}] %{function}: %{message}");
+    environment.insert("TT_RUN", "tool");
     process.setProcessEnvironment(environment);
     process.start(TT_TOOL_PATH, args);
     process.write(input);
@@ -60,7 +61,8 @@ TT_PRINT_ROWS_AS_NAMES(ToolRow)
 const QByteArray s_nope = "WARNING t.tmpl/1: No command handler for 'NOPE' found\n";
 const QByteArray s_newer = "WARNING t.tmpl/2: template is version 2, parser is version 1.\n";
 const QByteArray s_tool = "tessivane-template: ";
-const QByteArray s_noTemporary = s_tool + "cannot create a temporary file beside ";
+const QByteArray s_default = "WARNING t.tmpl/1: Could not find regkey /x, but have default value. "
+                             "writing default value d\n";
 
 QByteArray usage(const char *message)
 {
@@ -98,10 +100,17 @@ const ToolRow s_rows[] = {
      1, "", s_nope + s_newer},
     {"StrictMissingTemplate", {"--strict", "missing.tmpl", "out.conf"}, "", 3, "",
      "Could not open template file 'missing.tmpl'\n"},
+    // Under --strict standard output gets nothing from a run that fails, and a default is the
+    // template's own answer to a missing key.
+    {"StrictHoldsStandardOutputBack", {"--strict", "t.tmpl"}, "a%%NOPE%%", 4, "", s_nope},
+    {"StrictAcceptsDefault", {"--strict", "t.tmpl"}, "%%REG(/x)()(\"d\")%%", 0, "d\n", s_default},
     {"OutputDirectoryMissing", {"t.tmpl", "nodir/out.conf"}, "%%TEMPLATE_VERSION(2)%%", 3, "",
-     s_noTemporary + "'nodir/out.conf': No such file or directory\n"},
+     s_tool + "cannot write 'nodir/out.conf': No such file or directory\n"},
     {"OutputUnderProcFile", {"--strict", "t.tmpl", "/proc/version/x"}, "%%NOPE%%", 3, "",
-     s_noTemporary + "'/proc/version/x': Not a directory\n"},
+     s_tool + "cannot write '/proc/version/x': Not a directory\n"},
+    // The environment comes after the files and before --set.
+    {"Environment", {"-e", "-s", "/env/QT_MESSAGE_PATTERN=set", "-r", "r.conf", "--env", "t.tmpl"},
+     "%%REG(/env/QT_MESSAGE_PATTERN)%%|%%REG(/env/TT_RUN)%%", 0, "set|tool\n", ""},
     {"UnknownOption", {"--bogus", "missing.tmpl", "out.conf"}, "", 2, "",
      usage("Unknown option 'bogus'.")},
     {"OptionWithoutValue", {"t.tmpl", "-r"}, "", 2, "", usage("Missing value after '-r'.")},
@@ -109,6 +118,9 @@ const ToolRow s_rows[] = {
     {"TagNoEquals", {"-t", "n", "t.tmpl"}, "", 2, "", usage("--tag expects NAME=TEXT, got 'n'")},
     {"ThirdArgument", {"t.tmpl", "o.conf", "x"}, "", 2, "", usage("unexpected argument 'x'")},
     {"NoTemplate", {}, "", 2, "", usage("missing TEMPLATE")},
+    // An empty argument is an unset variable in a script, not standard input or output.
+    {"EmptyTemplate", {"", "out.conf"}, "", 2, "", usage("empty TEMPLATE argument")},
+    {"EmptyOutput", {"t.tmpl", ""}, "", 2, "", usage("empty OUTPUT argument")},
     // The first bad file stops the run.
     {"BadRegistryFile", {"-r", "none.json", "-r", "bad.conf", "missing.tmpl", "o.conf"}, "", 2, "",
      s_tool + "none.json: cannot read registry file: No such file or directory\n"},
@@ -129,7 +141,8 @@ TEST_P(TessivaneTemplateTool, RendersOrLeavesOutputAsItWas)
     const QDir dir(temporary.path());
     writeFile(dir.filePath("t.tmpl"), row.templateText);
     writeFile(dir.filePath("r.json"), R"({"app":{"port":80,"name":"json"}})");
-    writeFile(dir.filePath("r.conf"), "# app\n/app/name = conf\n/app/host = \"h 1\"\n");
+    writeFile(dir.filePath("r.conf"),
+              "# app\n/app/name = conf\n/app/host = \"h 1\"\n/env/TT_RUN = file\n");
     writeFile(dir.filePath("bad.conf"), "a = 1\nbroken\n");
     const struct utimbuf past = {1000000000, 1000000000};
     for (const char *name : {"out.conf", "real.conf"}) {
@@ -178,7 +191,7 @@ TEST_F(TessivaneTemplateTool, HelpListsEveryOptionAndVersionPrintsIt)
     const ToolRun help = runTool(dir.path(), {"--help"});
     EXPECT_EQ(help.code, 0);
     for (const char *option :
-         {"-r, --registry <FILE>", "-s, --set <KEY=VALUE>", "-R, --root <PATH>",
+         {"-r, --registry <FILE>", "-s, --set <KEY=VALUE>", "-e, --env", "-R, --root <PATH>",
           "--comment-prefix <TEXT>", "--comment-suffix <TEXT>", "-d, --debug",
           "-t, --tag <NAME=TEXT>", "--strict", "-h, --help", "-V, --version"})
         EXPECT_TRUE(help.out.contains(option)) << option;
