@@ -43,15 +43,15 @@ int openForReading(const QString &path, QFile &file)
 {
     if (path.contains(QChar(0)))
         return ENOENT;
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
         return errno;
     struct stat status;
-    if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
+    const bool isDirectory = ::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode);
+    if (isDirectory || !file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
         ::close(fd);
-        return EISDIR;
+        return isDirectory ? EISDIR : EBADF;
     }
-    file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
     return 0;
 }
 

@@ -10,8 +10,6 @@
 #include <QTextCodec>
 #include <QTextStream>
 
-#include <cstdarg>
-
 namespace TessivaneTemplatePrivate {
 
 // The engine's public interface takes 8-bit strings as Latin-1 ("ASCII" in
@@ -24,11 +22,6 @@ inline QString fromAscii(const char *text)
 inline QByteArray toAscii(const QString &text)
 {
     return text.toLatin1();
-}
-
-inline QString formatV(const char *format, va_list args)
-{
-    return QString::vasprintf(format, args);
 }
 
 // A text handed to a printf-style "%s" (ours, or qWarning's and qDebug's) must

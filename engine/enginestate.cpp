@@ -13,8 +13,7 @@ struct EngineState
     bool hasReadFailed = false;
 };
 
-// An engine enters the table only once it needs state there, so that a host
-// that never meets a failure never takes the lock twice.
+// An engine enters the table only once it needs state there.
 struct StateTable
 {
     QMutex mutex;
@@ -42,6 +41,9 @@ bool hasReadFailed(const TessivaneTemplate *engine)
 
 void forgetEngine(const TessivaneTemplate *engine)
 {
+    // A static engine may be destroyed after the table.
+    if (s_table.isDestroyed())
+        return;
     QMutexLocker locker(&s_table->mutex);
     s_table->states.remove(engine);
 }

@@ -192,13 +192,15 @@ int LineReader::findLineEnd()
     for (;;) {
         const int available = m_buffer.size() - m_position;
         const char *start = m_buffer.constData() + m_position;
-        const void *found = std::memchr(start + searched, '\n', size_t(available - searched));
-        if (found)
-            return int(static_cast<const char *>(found) - m_buffer.constData());
-        if (available >= MaxLineBytes) {
+        const auto *found = static_cast<const char *>(
+            std::memchr(start + searched, '\n', size_t(available - searched)));
+        // However the bytes arrive, in one read or many, a line is measured whole.
+        if ((found ? found + 1 - start : available) > MaxLineBytes) {
             fail(lineTooLong());
             return -1;
         }
+        if (found)
+            return int(found - m_buffer.constData());
         searched = available;
         if (!readMore())
             return -1;
@@ -212,12 +214,12 @@ int LineReader::findTextLineEnd()
     int searched = m_textPosition;
     for (;;) {
         const int found = m_text.indexOf(QLatin1Char('\n'), searched);
-        if (found >= 0)
-            return found;
-        if (m_text.size() - m_textPosition >= MaxLineBytes) {
+        if ((found >= 0 ? found + 1 : m_text.size()) - m_textPosition > MaxLineBytes) {
             fail(lineTooLong());
             return -1;
         }
+        if (found >= 0)
+            return found;
         if (m_buffer.isEmpty() && !readMore())
             return -1;
         m_text.remove(0, m_textPosition);

@@ -8,18 +8,6 @@
 
 using namespace TessivaneTemplatePrivate;
 
-namespace {
-
-// File names are taken as the bytes the file system holds, decoded the way
-// QFile encodes them again, so that every name that exists can be opened and
-// is printed as it was written.
-QString fileNameFromBytes(const char *name)
-{
-    return QFile::decodeName(name);
-}
-
-} // namespace
-
 TessivaneTemplate::TessivaneTemplate()
     : m_defaultTag(nullptr)
     , m_showDebug(false)
@@ -155,8 +143,10 @@ const QList<TessivaneTemplateParser *> &TessivaneTemplate::runningParsers() cons
 int TessivaneTemplate::process(const char *templateFile, QFile &outFile)
 {
     const char *name = templateFile ? templateFile : "";
-    // QFile would print a complaint of its own about an empty name.
-    QFile input(fileNameFromBytes(name));
+    // File names are taken as the bytes the file system holds, so that every
+    // name that exists can be opened. QFile would print a complaint of its own
+    // about an empty name.
+    QFile input(QFile::decodeName(name));
     if (!*name || !input.open(QIODevice::ReadOnly)) {
         qWarning("Could not open template file '%s'", name);
         return 3;
@@ -202,7 +192,8 @@ int TessivaneTemplate::run(QIODevice *input, const QString &templateName, QFile 
         result = parser.process();
     }
     out.flush();
-    if (out.status() == QTextStream::WriteFailed || !outFile.flush()) {
+    // The stream flushes the file too, and marks a failure there as its own.
+    if (out.status() == QTextStream::WriteFailed) {
         qWarning("Could not write out file '%s': %s",
                  formatArgument(outFile.fileName()).constData(),
                  formatArgument(outFile.errorString()).constData());
@@ -214,7 +205,7 @@ int TessivaneTemplate::run(QIODevice *input, const QString &templateName, QFile 
 int TessivaneTemplate::process(const char *templateFile, const char *outFileName)
 {
     const char *name = outFileName ? outFileName : "";
-    QFile outFile(fileNameFromBytes(name));
+    QFile outFile(QFile::decodeName(name));
     if (!*name || !outFile.open(QIODevice::WriteOnly)) {
         qWarning("Could not open out file '%s'", name);
         return 3;

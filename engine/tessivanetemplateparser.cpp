@@ -29,14 +29,14 @@ void writeText(QTextStream &out, const QStringRef &text)
         out << text;
         return;
     }
-    for (int at = 0; at < text.size();) {
-        int size = qMin(sliceSize, text.size() - at);
-        // A surrogate pair stays whole, so that the encoder never sees half of one.
-        if (at + size < text.size() && text.at(at + size - 1).isHighSurrogate())
-            --size;
-        out << text.mid(at, size);
-        at += size;
-    }
+    // The stream's encoder keeps a surrogate pair cut in two whole.
+    for (int at = 0; at < text.size(); at += sliceSize)
+        out << text.mid(at, sliceSize);
+}
+
+QString formatV(const char *format, va_list args)
+{
+    return QString::vasprintf(format, args);
 }
 
 } // namespace
