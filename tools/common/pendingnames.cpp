@@ -1,9 +1,12 @@
 #include "pendingnames.h"
 
+#include <QList>
+
 #include <csignal>
-#include <pthread.h>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
+#include <pthread.h>
 #include <unistd.h>
 
 namespace PendingNames {
@@ -30,7 +33,7 @@ void removeAllAndRaise(int signalNumber)
     ::raise(signalNumber);
 }
 
-// Every signal whose default action ends the process.
+// Every signal whose default action ends the process, the real-time ones aside.
 const int s_endingSignals[] = {SIGHUP,    SIGINT,  SIGQUIT,   SIGILL,  SIGTRAP, SIGABRT, SIGBUS,
                                SIGFPE,    SIGUSR1, SIGSEGV,   SIGUSR2, SIGPIPE, SIGALRM, SIGTERM,
                                SIGSTKFLT, SIGXCPU, SIGVTALRM, SIGPROF, SIGPOLL, SIGPWR,  SIGSYS};
@@ -67,11 +70,20 @@ void remove(int slot)
 
 void installSignalCleanup(const QList<int> &handledElsewhere)
 {
+    // A stack that overflowed leaves no room for the handler: it runs on a stack of its own.
+    static char s_stack[1 << 16];
+    stack_t stack = {};
+    stack.ss_sp = s_stack;
+    stack.ss_size = sizeof s_stack;
+    ::sigaltstack(&stack, nullptr);
     struct sigaction cleanup = {};
     cleanup.sa_handler = removeAllAndRaise;
-    cleanup.sa_flags = SA_RESETHAND | SA_NODEFER;
+    cleanup.sa_flags = SA_RESETHAND | SA_NODEFER | SA_ONSTACK;
     sigfillset(&cleanup.sa_mask);
-    for (int signalNumber : s_endingSignals) {
+    QList<int> ending(std::begin(s_endingSignals), std::end(s_endingSignals));
+    for (int signalNumber = SIGRTMIN; signalNumber <= SIGRTMAX; ++signalNumber)
+        ending << signalNumber;
+    for (int signalNumber : qAsConst(ending)) {
         if (!isIgnored(signalNumber) && !handledElsewhere.contains(signalNumber))
             ::sigaction(signalNumber, &cleanup, nullptr);
     }

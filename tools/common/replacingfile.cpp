@@ -4,7 +4,6 @@
 
 #include <QDir>
 #include <QRandomGenerator>
-#include <QRegularExpression>
 
 #include <acl/libacl.h>
 #include <attr/error_context.h>
@@ -15,6 +14,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 namespace {
@@ -76,13 +77,10 @@ void splitPath(const QByteArray &path, QByteArray &directory, QByteArray &base)
     base = path.mid(slash + 1);
 }
 
-bool isSystemPath(const QByteArray &path)
+bool isNumber(const QByteArray &text)
 {
-    for (const char *top : {"/dev", "/proc"}) {
-        if (path == top || path.startsWith(QByteArray(top) + '/'))
-            return true;
-    }
-    return false;
+    bool isOk = false;
+    return text.toInt(&isOk) >= 0 && isOk && !text.startsWith('+');
 }
 
 // Reads \a size bytes at \a offset, fewer only at the end of the file.
@@ -182,22 +180,27 @@ bool ReplacingFile::fail(const QString &what, const QString &reason)
 
 bool ReplacingFile::open()
 {
-    if (m_streamDescriptor >= 0 || isStreamName(m_streamDescriptor)) {
-        m_isInPlace = true;
-    } else {
-        if (!resolveTarget())
-            return false;
-        if (m_exists && S_ISDIR(m_target.st_mode))
-            return fail(QStringLiteral("cannot write"), EISDIR);
-        m_isInPlace = (m_exists && !S_ISREG(m_target.st_mode)) || isUnderDevOrProc();
-        if (!m_isInPlace)
-            return openTemporary();
-    }
+    if (m_streamDescriptor < 0 && !resolveTarget())
+        return false;
+    m_isInPlace =
+        m_streamDescriptor >= 0 || (m_exists && !S_ISREG(m_target.st_mode)) || isKernelState();
+    if (!m_isInPlace)
+        return openTemporary();
     const int descriptor = m_holdsBack ? openUnnamedTemporary() : openStream();
     if (descriptor < 0)
-        return fail(QStringLiteral("cannot write"), errno);
-    m_file.openDescriptor(descriptor);
-    return true;
+        return m_holdsBack ? fail(QStringLiteral("cannot create a temporary file in '")
+                                      + QDir::tempPath() + QLatin1String("' for"),
+                                  errno)
+                           : fail(QStringLiteral("cannot write"), errno);
+    return openFile(descriptor);
+}
+
+bool ReplacingFile::openFile(int descriptor)
+{
+    if (m_file.openDescriptor(descriptor))
+        return true;
+    ::close(descriptor);
+    return fail(QStringLiteral("cannot write"), m_file.errorString());
 }
 
 // Follows the links of the target one at a time. Each directory part is
@@ -213,12 +216,21 @@ bool ReplacingFile::resolveTarget()
             return fail(QStringLiteral("cannot write"), EISDIR);
         if (!openDirectory(directory))
             return false;
+        // One of this process's descriptors, however it was named: /dev/stdout,
+        // /proc/self/fd/1, a link to either.
+        if (isOwnDescriptorDirectory() && isNumber(m_baseName)) {
+            m_streamDescriptor = m_baseName.toInt();
+            return true;
+        }
         if (::fstatat(m_directory, m_baseName.constData(), &m_target, AT_SYMLINK_NOFOLLOW) != 0) {
             m_exists = false;
             return errno == ENOENT || fail(QStringLiteral("cannot write"), errno);
         }
         m_exists = true;
-        if (!S_ISLNK(m_target.st_mode))
+        if (S_ISDIR(m_target.st_mode))
+            return fail(QStringLiteral("cannot write"), EISDIR);
+        // The kernel's own links (another process's descriptors) are opened, not read.
+        if (!S_ISLNK(m_target.st_mode) || isKernelState())
             return true;
         char target[4096];
         const ssize_t size =
@@ -246,38 +258,31 @@ bool ReplacingFile::openDirectory(const QByteArray &path)
     return true;
 }
 
-// Names of a descriptor that is already open. What is written there must
-// reach the file as the shell opened it (appending, or a pipe), not the same
-// file opened anew and truncated, let alone replaced.
-bool ReplacingFile::isStreamName(int &descriptor) const
-{
-    const QRegularExpression pattern(
-        QStringLiteral("^/(?:dev/(stdin|stdout|stderr)|dev/fd/(\\d+)|proc/(?:self|thread-self|%1)"
-                       "/fd/(\\d+))$")
-            .arg(::getpid()));
-    const QRegularExpressionMatch match = pattern.match(m_name);
-    if (!match.hasMatch())
-        return false;
-    const QStringList standard = {QStringLiteral("stdin"), QStringLiteral("stdout"),
-                                  QStringLiteral("stderr")};
-    descriptor = match.capturedLength(1) ? standard.indexOf(match.captured(1))
-                                         : QString(match.captured(2) + match.captured(3)).toInt();
-    return true;
-}
-
-// Files under /dev and /proc stand for devices and the kernel's own state:
-// they are written, never replaced.
-bool ReplacingFile::isUnderDevOrProc() const
+// Whether the directory is /proc/PID/fd of this process, whose entries stand
+// for its open descriptors. What is written there must reach the file as the
+// shell opened it (appending, or a pipe), not the same file opened anew and
+// truncated, let alone replaced.
+bool ReplacingFile::isOwnDescriptorDirectory() const
 {
     char link[64];
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", m_directory);
-    char directory[4096];
+    char directory[256];
     const ssize_t size = ::readlink(link, directory, sizeof directory);
-    if (size > 0)
-        return isSystemPath(QByteArray(directory, int(size)));
-    // Without /proc, only the name as given can tell.
-    return isSystemPath(
-        QFile::encodeName(QDir::cleanPath(QDir::current().absoluteFilePath(m_name))));
+    const QByteArray expected = "/proc/" + QByteArray::number(::getpid()) + "/";
+    const QByteArray path(directory, int(qMax<ssize_t>(size, 0)));
+    return path.startsWith(expected) && path.endsWith("/fd")
+        && (path.size() == expected.size() + 2 || path.mid(expected.size()).startsWith("task/"));
+}
+
+// Files of the kernel's state (/proc, /sys) cannot be replaced, only written.
+bool ReplacingFile::isKernelState() const
+{
+    struct statfs system;
+    if (::fstatfs(m_directory, &system) != 0)
+        return false;
+    const auto type = system.f_type;
+    return type == PROC_SUPER_MAGIC || type == SYSFS_MAGIC || type == CGROUP_SUPER_MAGIC
+        || type == CGROUP2_SUPER_MAGIC;
 }
 
 // The stream written in place, opened as the shell's ">" opens a file.
@@ -294,10 +299,8 @@ bool ReplacingFile::openTemporary()
     // Linking an unnamed file takes /proc, or the privilege to link by descriptor.
     const bool canLink = ::geteuid() == 0 || ::access("/proc/self/fd", X_OK) == 0;
     const int temporary = ::openat(m_directory, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-    if (temporary >= 0 && canLink) {
-        m_file.openDescriptor(temporary);
-        return true;
-    }
+    if (temporary >= 0 && canLink)
+        return openFile(temporary);
     if (temporary >= 0)
         ::close(temporary);
     else if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)
@@ -315,8 +318,7 @@ bool ReplacingFile::openNamedTemporary()
         if (temporary >= 0) {
             m_named = name;
             m_pendingSlot = PendingNames::add(m_directory, name);
-            m_file.openDescriptor(temporary);
-            return true;
+            return openFile(temporary);
         }
         if (errno != EEXIST)
             return fail(QStringLiteral("cannot create a temporary file beside"), errno);
@@ -355,23 +357,27 @@ bool ReplacingFile::commit()
         return false;
     if (m_isInPlace)
         return commitInPlace();
-    if (::fsync(m_file.handle()) != 0)
-        return fail(QStringLiteral("cannot write"), errno);
-    if (!m_exists) {
-        const mode_t mask = ::umask(0);
-        ::umask(mask);
-        if (::fchmod(m_file.handle(), 0666 & ~mask) != 0)
-            return fail(QStringLiteral("cannot set the permissions of"), errno);
-        return linkAndRename();
-    }
+    // Whether the target exists is asked again: one made during the run is
+    // replaced as carefully as one that was there before.
     const Descriptor current(::openat(m_directory, m_baseName.constData(),
                                       O_RDONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
     // Without reading the file its attributes cannot be carried over: never guessed.
-    if (current.fd < 0)
+    if (current.fd < 0 && errno != ENOENT)
         return fail(QStringLiteral("cannot read"), errno);
-    if (isUnchanged(current.fd))
+    if (current.fd >= 0 && isUnchanged(current.fd))
         return true;
-    return takeOverAttributes(current.fd) && linkAndRename();
+    if (::fsync(m_file.handle()) != 0)
+        return fail(QStringLiteral("cannot write"), errno);
+    const bool hasAttributes = current.fd >= 0 ? takeOverAttributes(current.fd) : setNewFileMode();
+    return hasAttributes && linkAndRename();
+}
+
+bool ReplacingFile::setNewFileMode()
+{
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    return ::fchmod(m_file.handle(), 0666 & ~mask) == 0
+        || fail(QStringLiteral("cannot set the permissions of"), errno);
 }
 
 bool ReplacingFile::commitInPlace()
@@ -462,7 +468,8 @@ bool ReplacingFile::linkAndRename()
     m_pendingSlot = -1;
     m_named.clear();
     // A directory opened without read permission cannot be flushed (EBADF).
-    ::fsync(m_directory);
+    if (::fsync(m_directory) != 0 && errno != EBADF && errno != EINVAL)
+        return fail(QStringLiteral("cannot flush the directory of"), errno);
     return true;
 }
 

@@ -23,10 +23,11 @@
  *
  * Symbolic links are followed as the kernel follows them, each directory
  * part opened by the system, so that "link/../x" means what open(2) makes of
- * it. A target that names a stream already open (standard output, /dev/stdout,
- * /proc/self/fd/N), a device, a FIFO, a socket, or anything under /dev or
- * /proc is written in place, as the shell's ">" would; with holdBack() such
- * a stream receives nothing until commit().
+ * it. A target that is one of the process's open descriptors however it is
+ * named (standard output, /dev/stdout, /proc/self/fd/N, a link to them) is
+ * written into that descriptor; a device, a FIFO, a socket and a file of the
+ * kernel's state (/proc, /sys) are written in place, as the shell's ">" would.
+ * With holdBack() such a stream receives nothing until commit().
  *
  * On a file system without unnamed files the temporary is named from the
  * start and listed with PendingNames, so that a caught signal removes it.
@@ -64,14 +65,16 @@ private:
     bool fail(const QString &what, const QString &reason);
     bool resolveTarget();
     bool openDirectory(const QByteArray &path);
-    bool isStreamName(int &descriptor) const;
-    bool isUnderDevOrProc() const;
+    bool isOwnDescriptorDirectory() const;
+    bool isKernelState() const;
     int openStream();
+    bool openFile(int descriptor);
     bool openTemporary();
     bool openNamedTemporary();
     bool commitInPlace();
     bool isUnchanged(int current);
     bool takeOverAttributes(int current);
+    bool setNewFileMode();
     bool takeOverOwner(const struct stat &status, mode_t &mode);
     bool linkAndRename();
     bool linkTemporary();

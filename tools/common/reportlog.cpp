@@ -12,6 +12,18 @@ namespace {
 QByteArray s_prefix;
 int s_strictFailures = 0;
 
+// Whether \a report is the library's note that a lookup wrote its default
+// value. A key that itself holds the words of that note could pass for one;
+// keys are written by template authors, who are trusted with shell commands too.
+bool isDefaultValueReport(const QString &report)
+{
+    static const QRegularExpression pattern(
+        QStringLiteral("^WARNING .*/\\d+: Could not find regkey .*, but have default value\\. "
+                       "writing default value .*\\z"),
+        QRegularExpression::DotMatchesEverythingOption);
+    return pattern.match(report).hasMatch();
+}
+
 void writeLine(const QByteArray &line)
 {
     std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
@@ -44,18 +56,6 @@ int strictFailures()
 void resetCount()
 {
     s_strictFailures = 0;
-}
-
-// The report names file and line, then the lookup's message. A key that
-// itself holds the words of the default's message could pass for one; keys
-// are written by template authors, who are trusted with shell commands too.
-bool isDefaultValueReport(const QString &report)
-{
-    static const QRegularExpression pattern(
-        QStringLiteral("^WARNING .*/\\d+: Could not find regkey .*, but have default value\\. "
-                       "writing default value .*\\z"),
-        QRegularExpression::DotMatchesEverythingOption);
-    return pattern.match(report).hasMatch();
 }
 
 void printError(const QString &message)

@@ -24,8 +24,6 @@ void setPrefix(const QByteArray &prefix);
 /// The reports that fail a strict run since the last reset.
 int strictFailures();
 void resetCount();
-/// Whether \a report is the library's note that a lookup wrote its default value.
-bool isDefaultValueReport(const QString &report);
 /// Prints "PROGRAM: MESSAGE" as one line on standard error.
 void printError(const QString &message);
 

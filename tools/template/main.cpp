@@ -190,6 +190,18 @@ bool readOptions(QCommandLineParser &parser, const OptionSet &set, Options &opti
                     options.commentSuffix, error);
 }
 
+bool loadRegistry(Options &options, Tessivane &registry)
+{
+    try {
+        if (options.registry.load(registry))
+            return true;
+        ReportLog::printError(options.registry.errorString());
+    } catch (const std::bad_alloc &) {
+        ReportLog::printError(QStringLiteral("cannot load the registry files: out of memory"));
+    }
+    return false;
+}
+
 int runEngine(TessivaneTemplate &engine, const Options &options, QFile &out)
 {
     if (options.templateName != QLatin1String("-"))
@@ -259,10 +271,8 @@ int main(int argc, char **argv)
         return usageError(error);
 
     Tessivane registry;
-    if (!options.registry.load(registry)) {
-        ReportLog::printError(options.registry.errorString());
+    if (!loadRegistry(options, registry))
         return UsageError;
-    }
     OptionTagHandler tags;
     for (const auto &tag : qAsConst(options.tags))
         tags.define(tag.first, tag.second);
@@ -279,7 +289,8 @@ int main(int argc, char **argv)
         return render(engine, options);
     } catch (const std::bad_alloc &) {
         // The output's temporary has no name: nothing is left behind.
-        ReportLog::printError(QStringLiteral("out of memory"));
+        ReportLog::printError(QLatin1String("cannot render '") + options.templateName
+                              + QLatin1String("': out of memory"));
         return FileError;
     }
 }
