@@ -116,8 +116,8 @@ case "$verb" in
         check_consumer "$build/install"
         ;;
     install)
-        need "${base_packages[@]}" "${test_packages[@]}"
-        configure "$build"
+        need "${base_packages[@]}"
+        configure "$build" -DBUILD_TESTING=OFF
         cmake --install "$build" --prefix "${1:-/usr/local}"
         ;;
     bench)

@@ -134,6 +134,8 @@ TEST_F(TessivaneTemplate, FailsWhenAnInputCannotBeReadOrTheOutputWritten)
     for (QIODevice *input : std::initializer_list<QIODevice *> {nullptr, &unopened, &writeOnly})
         EXPECT_EQ(engine.process(input, "n.tmpl", out), 3);
     EXPECT_EQ(engine.process("in.tmpl", full), 3);
+    // The engine keeps no failure from one run to the next.
+    EXPECT_EQ(engine.process("in.tmpl", "in.out"), 0);
     const QString refused = "Could not open template file 'n.tmpl'";
     EXPECT_EQ(recorder.warnings,
               QStringList({"WARNING b.tmpl/2: No command handler for 'NOPE' found",

@@ -5,7 +5,9 @@
 //   TT_FAIL_TMPFILE=1        O_TMPFILE fails with EOPNOTSUPP, as on a file
 //                            system without unnamed files;
 //   TT_FAIL_EMPTY_PATH=1     linkat() with AT_EMPTY_PATH fails with ENOENT,
-//                            as for a process without the privilege.
+//                            as for a process without the privilege;
+//   TT_FAIL_FSYNC=1          fsync() of a regular file fails with EIO;
+//   TT_SHORT_WRITES=BYTES    write() takes at most BYTES bytes at a time.
 
 #include <cerrno>
 #include <cstdarg>
@@ -14,6 +16,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -102,6 +105,26 @@ int open(const char *path, int flags, ...)
 
 int open64(const char *path, int flags, ...) __attribute__((alias("open")));
 int openat64(int directory, const char *path, int flags, ...) __attribute__((alias("openat")));
+
+int fsync(int descriptor)
+{
+    static const auto real = next<int (*)(int)>("fsync");
+    struct stat status;
+    if (isSet("TT_FAIL_FSYNC") && ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+        errno = EIO;
+        return -1;
+    }
+    return real(descriptor);
+}
+
+ssize_t write(int descriptor, const void *data, size_t size)
+{
+    static const auto real = next<ssize_t (*)(int, const void *, size_t)>("write");
+    const char *limit = std::getenv("TT_SHORT_WRITES");
+    if (limit && std::atol(limit) > 0 && size > size_t(std::atol(limit)))
+        size = size_t(std::atol(limit));
+    return real(descriptor, data, size);
+}
 
 int linkat(int fromDirectory, const char *from, int toDirectory, const char *to, int flags)
 {
