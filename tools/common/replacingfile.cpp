@@ -21,6 +21,9 @@
 namespace {
 
 const int s_maxLinks = 40; // as the kernel's own limit (ELOOP)
+// Marks the names of temporaries, so that a leftover is known for one.
+const char s_marker[] = ".tessivane-";
+const int s_randomLetters = 6;
 const int s_chunkSize = 1 << 16;
 
 QString systemError(int error)
@@ -157,6 +160,33 @@ void ReplacingFile::holdBack()
     m_holdsBack = true;
 }
 
+void ReplacingFile::setAttributes(int mode, uid_t owner, gid_t group)
+{
+    m_mode = mode;
+    m_owner = owner;
+    m_group = group;
+}
+
+bool ReplacingFile::wasReplaced() const
+{
+    return m_wasReplaced;
+}
+
+QString ReplacingFile::stagedPath() const
+{
+    return m_named.isEmpty() ? QString() : QFile::decodeName(directoryPath() + '/' + m_named);
+}
+
+// The path of the directory of the file replaced, as the system names it.
+QByteArray ReplacingFile::directoryPath() const
+{
+    char link[64];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", m_directory);
+    char path[4096];
+    const ssize_t size = ::readlink(link, path, sizeof path);
+    return QByteArray(path, int(qMax<ssize_t>(size, 0)));
+}
+
 OutputFile &ReplacingFile::file()
 {
     return m_file;
@@ -264,12 +294,8 @@ bool ReplacingFile::openDirectory(const QByteArray &path)
 // truncated, let alone replaced.
 bool ReplacingFile::isOwnDescriptorDirectory() const
 {
-    char link[64];
-    std::snprintf(link, sizeof link, "/proc/self/fd/%d", m_directory);
-    char directory[256];
-    const ssize_t size = ::readlink(link, directory, sizeof directory);
     const QByteArray expected = "/proc/" + QByteArray::number(::getpid()) + "/";
-    const QByteArray path(directory, int(qMax<ssize_t>(size, 0)));
+    const QByteArray path = directoryPath();
     return path.startsWith(expected) && path.endsWith("/fd")
         && (path.size() == expected.size() + 2 || path.mid(expected.size()).startsWith("task/"));
 }
@@ -327,22 +353,28 @@ bool ReplacingFile::openNamedTemporary()
 }
 
 // "." and the target's name, shortened so that the whole stays within the
-// file system's limit, then "." and six random letters.
+// file system's limit, then the marker and six random letters.
 QByteArray ReplacingFile::temporaryName() const
 {
     static const char letters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-    QByteArray suffix(".");
-    for (int i = 0; i < 6; ++i)
-        suffix += letters[QRandomGenerator::global()->bounded(int(sizeof letters) - 1)];
+    QByteArray name = shortenedBaseName() + s_marker;
+    for (int i = 0; i < s_randomLetters; ++i)
+        name += letters[QRandomGenerator::global()->bounded(int(sizeof letters) - 1)];
+    return name;
+}
+
+// "." and as much of the target's name as leaves room for the rest.
+QByteArray ReplacingFile::shortenedBaseName() const
+{
     long limit = ::fpathconf(m_directory, _PC_NAME_MAX);
     if (limit <= 0 || limit > 255)
         limit = 255;
-    QByteArray base = m_baseName.left(int(limit) - 1 - suffix.size());
+    QByteArray base = m_baseName.left(int(limit) - 1 - int(sizeof s_marker) + 1 - s_randomLetters);
     // A name cut inside a UTF-8 character would print as garbage.
     while (!base.isEmpty() && base.size() < m_baseName.size()
            && (uchar(m_baseName.at(base.size())) & 0xC0) == 0x80)
         base.chop(1);
-    return '.' + base + suffix;
+    return '.' + base;
 }
 
 bool ReplacingFile::checkWritten()
@@ -357,19 +389,82 @@ bool ReplacingFile::commit()
         return false;
     if (m_isInPlace)
         return commitInPlace();
-    // Whether the target exists is asked again: one made during the run is
-    // replaced as carefully as one that was there before.
-    const Descriptor current(::openat(m_directory, m_baseName.constData(),
-                                      O_RDONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
-    // Without reading the file its attributes cannot be carried over: never guessed.
-    if (current.fd < 0 && errno != ENOENT)
-        return fail(QStringLiteral("cannot read"), errno);
+    const Descriptor current(openCurrent());
+    if (current.fd == -2)
+        return false;
     if (current.fd >= 0 && isUnchanged(current.fd))
         return true;
     if (::fsync(m_file.handle()) != 0)
         return fail(QStringLiteral("cannot write"), errno);
     const bool hasAttributes = current.fd >= 0 ? takeOverAttributes(current.fd) : setNewFileMode();
-    return hasAttributes && linkAndRename();
+    m_wasReplaced = hasAttributes && applyAttributes() && linkAndRename();
+    return m_wasReplaced;
+}
+
+// The target opened for reading; -1 when there is none, -2 when it cannot be
+// read. Whether it exists is asked afresh: one made during the run is replaced
+// as carefully as one that was there before.
+int ReplacingFile::openCurrent()
+{
+    const int current =
+        ::openat(m_directory, m_baseName.constData(), O_RDONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
+    if (current >= 0 || errno == ENOENT)
+        return current;
+    // Without reading the file its attributes cannot be carried over: never guessed.
+    fail(QStringLiteral("cannot read"), errno);
+    return -2;
+}
+
+bool ReplacingFile::differsFromTarget()
+{
+    if (m_isInPlace)
+        return true;
+    const Descriptor current(openCurrent());
+    return current.fd < 0 || !isUnchanged(current.fd);
+}
+
+bool ReplacingFile::copyWritten(QIODevice &device)
+{
+    QByteArray buffer(s_chunkSize, Qt::Uninitialized);
+    for (off_t offset = 0;; offset += s_chunkSize) {
+        const qint64 got = readAt(m_file.handle(), buffer.data(), s_chunkSize, offset);
+        if (got < 0 || device.write(buffer.constData(), got) != got)
+            return false;
+        if (got < s_chunkSize)
+            return true;
+    }
+}
+
+bool ReplacingFile::stage()
+{
+    return checkWritten() && (m_isInPlace || !m_named.isEmpty() || linkTemporary());
+}
+
+// What setAttributes() gave goes over what the replaced file had.
+bool ReplacingFile::applyAttributes()
+{
+    const int temporary = m_file.handle();
+    if ((m_owner != uid_t(-1) || m_group != gid_t(-1))
+        && ::fchown(temporary, m_owner, m_group) != 0)
+        return fail(QStringLiteral("cannot set the owner of"), errno);
+    if (m_mode >= 0 && ::fchmod(temporary, mode_t(m_mode)) != 0)
+        return fail(QStringLiteral("cannot set the permissions of"), errno);
+    return true;
+}
+
+void ReplacingFile::removeLeftovers()
+{
+    if (m_isInPlace)
+        return;
+    const QByteArray prefix = shortenedBaseName() + s_marker;
+    const QDir directory(QFile::decodeName(directoryPath()));
+    for (const QString &entry :
+         directory.entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks)) {
+        const QByteArray name = QFile::encodeName(entry);
+        if (name.size() == prefix.size() + s_randomLetters && name.startsWith(prefix)
+            && name != m_named)
+            ::unlinkat(m_directory, name.constData(), 0);
+    }
 }
 
 bool ReplacingFile::setNewFileMode()
@@ -398,6 +493,10 @@ bool ReplacingFile::isUnchanged(int current)
     struct stat existing;
     if (::fstat(m_file.handle(), &written) != 0 || ::fstat(current, &existing) != 0
         || written.st_size != existing.st_size)
+        return false;
+    if ((m_mode >= 0 && mode_t(m_mode) != (existing.st_mode & 07777))
+        || (m_owner != uid_t(-1) && m_owner != existing.st_uid)
+        || (m_group != gid_t(-1) && m_group != existing.st_gid))
         return false;
     QByteArray expected(s_chunkSize, Qt::Uninitialized);
     QByteArray actual(s_chunkSize, Qt::Uninitialized);

@@ -48,15 +48,40 @@ public:
 
     /// A stream written in place receives the text only at commit().
     void holdBack();
+    /**
+     * Gives every replacement the permission bits \a mode, the owner \a owner
+     * and the group \a group in place of those of the file replaced; -1 keeps
+     * that one. A target that differs in them is replaced even when it holds
+     * the same bytes.
+     */
+    void setAttributes(int mode, uid_t owner, gid_t group);
     /// Prepares the file to write into. Returns false and sets errorString() on failure.
     bool open();
     /// The file to write into once open() succeeded.
     OutputFile &file();
     /// Returns false and sets errorString() when a write into file() failed.
     bool checkWritten();
+    /**
+     * Gives the written text a name beside the target, for a check to read:
+     * stagedPath() until commit() renames it into place or the object is
+     * destroyed, which removes it. Returns false and sets errorString() on failure.
+     */
+    bool stage();
+    QString stagedPath() const;
+    /// Whether commit() would change the target: its bytes, or an attribute set with
+    /// setAttributes().
+    bool differsFromTarget();
+    /// Writes what was written into file() so far to \a device. Returns false when a read or write
+    /// fails.
+    bool copyWritten(QIODevice &device);
     /// Puts the written text in place. Returns false and sets errorString() on failure.
     bool commit();
+    /// Whether the last commit() replaced the target, rather than finding it as it should be.
+    bool wasReplaced() const;
     QString errorString() const;
+
+    /// Once open() succeeded, removes what a killed run left staged beside the target.
+    void removeLeftovers();
 
 private:
     Q_DISABLE_COPY(ReplacingFile)
@@ -72,13 +97,17 @@ private:
     bool openTemporary();
     bool openNamedTemporary();
     bool commitInPlace();
+    int openCurrent();
     bool isUnchanged(int current);
+    bool applyAttributes();
     bool takeOverAttributes(int current);
     bool setNewFileMode();
     bool takeOverOwner(const struct stat &status, mode_t &mode);
     bool linkAndRename();
     bool linkTemporary();
     QByteArray temporaryName() const;
+    QByteArray shortenedBaseName() const;
+    QByteArray directoryPath() const;
 
     QString m_label; // how messages name the target: 'name' as given, or "standard output"
     QString m_name; // as given; empty for a descriptor
@@ -92,6 +121,10 @@ private:
     OutputFile m_file;
     QByteArray m_named; // the temporary's name while it has one
     int m_pendingSlot = -1;
+    int m_mode = -1; // given with setAttributes(), or -1
+    uid_t m_owner = uid_t(-1);
+    gid_t m_group = gid_t(-1);
+    bool m_wasReplaced = false;
     QString m_error;
 };
 
