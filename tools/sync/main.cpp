@@ -1,0 +1,154 @@
+// tessivane-sync: keeps configuration files in step with their templates.
+//
+// Exit status without --watch:
+//   0  every template is in step
+//   1  a template, check or reload failed; the others were still done
+//   2  usage or configuration error, or a registry that could not be read;
+//      nothing was written
+//   3  --dry-run: nothing failed, and at least one destination would change
+// With --watch the process runs until SIGTERM or SIGINT and then exits 0;
+// a configuration error at start exits 2.
+
+#include "pendingnames.h"
+#include "registrysource.h"
+#include "reportlog.h"
+#include "syncconfiguration.h"
+#include "synccycle.h"
+#include "syncdaemon.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+enum ExitStatus { InStep = 0, Failed = 1, UsageError = 2, WouldChange = 3 };
+
+const char s_toolName[] = "tessivane-sync";
+const char s_defaultConfiguration[] = "/etc/tessivane-template/sync.d";
+
+int usageError(const QString &message)
+{
+    ReportLog::printError(message + QLatin1String(" (see '") + QLatin1String(s_toolName)
+                          + QLatin1String(" --help')"));
+    return UsageError;
+}
+
+struct OptionSet
+{
+    QCommandLineOption watch {QStringLiteral("watch"),
+                              QStringLiteral("Keep running, and render again on every change.")};
+    QCommandLineOption dryRun {QStringLiteral("dry-run"),
+                               QStringLiteral("Render and check, write nothing, reload nothing, "
+                                              "and print a unified diff of every destination "
+                                              "that would change.")};
+    QCommandLineOption name {{QStringLiteral("n"), QStringLiteral("name")},
+                             QStringLiteral("Only the template NAME; repeatable."),
+                             QStringLiteral("NAME")};
+    QCommandLineOption help {{QStringLiteral("h"), QStringLiteral("help")},
+                             QStringLiteral("Show this help and exit.")};
+    QCommandLineOption version {{QStringLiteral("V"), QStringLiteral("version")},
+                                QStringLiteral("Show the version and exit.")};
+};
+
+void setUp(QCommandLineParser &parser, const OptionSet &options)
+{
+    parser.setApplicationDescription(
+        QStringLiteral("Keep configuration files in step with their templates and the registry: "
+                       "render each, check it, replace the file only when it changed, reload the "
+                       "service.\nExit status: 0 in step, 1 a template, check or reload failed, "
+                       "2 usage or configuration error, 3 --dry-run and something would change."));
+    parser.addOptions({options.watch, options.dryRun, options.name, options.help, options.version});
+    parser.addPositionalArgument(
+        QStringLiteral("CONFIG"),
+        QStringLiteral("TOML files, or directories whose *.toml files are read in name order; "
+                       "default %1.")
+            .arg(QLatin1String(s_defaultConfiguration)),
+        QStringLiteral("[CONFIG...]"));
+}
+
+// Names given with -n that no template has are a usage error.
+QString unknownName(const QStringList &names, const SyncConfiguration &configuration)
+{
+    for (const QString &name : names) {
+        bool isKnown = false;
+        for (const TemplateSettings &settings : configuration.templates)
+            isKnown = isKnown || settings.name == name;
+        if (!isKnown)
+            return name;
+    }
+    return QString();
+}
+
+int runOnce(const SyncConfiguration &configuration, const QStringList &names, bool isDryRun)
+{
+    PendingNames::installSignalCleanup();
+    LocalRegistry local = configuration.registry;
+    local.values.clear(); // applied over every source by the cycle
+    LocalRegistrySource source(local);
+    SyncCycle cycle(configuration, {&source});
+    cycle.setDryRun(isDryRun);
+    cycle.setSelection(names);
+    static const volatile sig_atomic_t never = 0;
+    const CycleResult result = cycle.run(&never);
+    if (!result.isRegistryRead)
+        return UsageError;
+    if (result.failed > 0)
+        return Failed;
+    return isDryRun && result.changed > 0 ? WouldChange : InStep;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QLatin1String(s_toolName));
+    QCoreApplication::setApplicationVersion(QStringLiteral(TT_VERSION));
+    ReportLog::install();
+
+    QCommandLineParser parser;
+    const OptionSet options;
+    setUp(parser, options);
+    if (!parser.parse(QCoreApplication::arguments()))
+        return usageError(parser.errorText());
+    if (parser.isSet(options.help)) {
+        std::fputs(parser.helpText().toLocal8Bit().constData(), stdout);
+        return InStep;
+    }
+    if (parser.isSet(options.version)) {
+        std::printf("%s %s\n", s_toolName, TT_VERSION);
+        return InStep;
+    }
+    const bool isWatching = parser.isSet(options.watch);
+    const bool isDryRun = parser.isSet(options.dryRun);
+    if (isWatching && isDryRun)
+        return usageError(QStringLiteral("--watch and --dry-run exclude each other"));
+    QStringList paths = parser.positionalArguments();
+    if (paths.isEmpty())
+        paths << QLatin1String(s_defaultConfiguration);
+
+    auto configuration = std::make_unique<SyncConfiguration>();
+    if (!configuration->load(paths)) {
+        ReportLog::printError(configuration->errorString());
+        return UsageError;
+    }
+    // Read and checked, but no source serves it yet: running without it would
+    // render every template from an incomplete registry.
+    if (configuration->etcd.isSet) {
+        ReportLog::printError(QStringLiteral("[etcd] is not available in this build"));
+        return UsageError;
+    }
+    const QStringList names = parser.values(options.name);
+    const QString unknown = unknownName(names, *configuration);
+    if (!unknown.isEmpty())
+        return usageError(QLatin1String("no template is named '") + unknown + QLatin1Char('\''));
+    if (!isWatching)
+        return runOnce(*configuration, names, isDryRun);
+    PendingNames::installSignalCleanup({SIGHUP, SIGTERM, SIGINT});
+    SyncDaemon::catchSignals();
+    SyncDaemon daemon(paths, names, std::move(configuration));
+    return daemon.exec();
+}

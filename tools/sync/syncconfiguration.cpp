@@ -1,0 +1,469 @@
+#include "syncconfiguration.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QSet>
+#include <QUrl>
+
+#include <toml++/toml.h>
+
+#include <grp.h>
+#include <pwd.h>
+
+#include <functional>
+#include <initializer_list>
+
+namespace {
+
+// A configuration file is small; one larger than this is a mistake.
+const qint64 s_largestFile = 16 << 20;
+
+QString fromStd(std::string_view text)
+{
+    return QString::fromUtf8(text.data(), int(text.size()));
+}
+
+// Reads the values of one configuration file. The first value that is wrong
+// sets the error, naming the file, the line and column, and the key.
+class TomlReader
+{
+public:
+    explicit TomlReader(const QString &fileName)
+        : m_fileName(fileName)
+        , m_directory(QFileInfo(fileName).absoluteDir())
+    {
+    }
+
+    QString error;
+
+    QString origin(const toml::source_region &where) const
+    {
+        return m_fileName + QLatin1Char(':') + QString::number(where.begin.line);
+    }
+
+    bool fail(const toml::source_region &where, const QString &key, const QString &reason)
+    {
+        error = QStringLiteral("%1:%2:%3: %4: %5")
+                    .arg(m_fileName, QString::number(where.begin.line),
+                         QString::number(where.begin.column), key, reason);
+        return false;
+    }
+
+    // Unknown keys are errors: a misspelt "relaod" must not pass unnoticed.
+    bool onlyKnown(const toml::table &table, const QString &section,
+                   std::initializer_list<const char *> known)
+    {
+        for (auto &&[key, value] : table) {
+            bool isKnown = false;
+            for (const char *name : known)
+                isKnown = isKnown || key.str() == name;
+            if (!isKnown)
+                return fail(key.source(), section + fromStd(key.str()),
+                            QStringLiteral("unknown key"));
+        }
+        return true;
+    }
+
+    bool string(const toml::table &table, const QString &section, const char *key, QString &out)
+    {
+        const toml::node *node = table.get(key);
+        if (!node)
+            return true;
+        if (!node->is_string())
+            return fail(node->source(), section + QLatin1String(key),
+                        QStringLiteral("expected a string"));
+        out = fromStd(node->as_string()->get());
+        return true;
+    }
+
+    bool path(const toml::table &table, const QString &section, const char *key, QString &out)
+    {
+        QString text;
+        if (!string(table, section, key, text))
+            return false;
+        if (!text.isEmpty())
+            out = QDir::cleanPath(m_directory.absoluteFilePath(text));
+        return true;
+    }
+
+    // The engine's settings are 8-bit: anything beyond Latin-1 would be changed.
+    bool latin1(const toml::table &table, const QString &section, const char *key, QByteArray &out)
+    {
+        QString text;
+        if (!table.get(key))
+            return true;
+        if (!string(table, section, key, text))
+            return false;
+        out = text.toLatin1();
+        if (QString::fromLatin1(out) == text)
+            return true;
+        return fail(table.get(key)->source(), section + QLatin1String(key),
+                    QStringLiteral("takes Latin-1 text only"));
+    }
+
+    bool boolean(const toml::table &table, const QString &section, const char *key, bool &out)
+    {
+        const toml::node *node = table.get(key);
+        if (!node)
+            return true;
+        if (!node->is_boolean())
+            return fail(node->source(), section + QLatin1String(key),
+                        QStringLiteral("expected true or false"));
+        out = node->as_boolean()->get();
+        return true;
+    }
+
+    // "200ms", "30s", "5m", "1h".
+    bool duration(const toml::table &table, const QString &section, const char *key, int &ms)
+    {
+        QString text;
+        if (!string(table, section, key, text))
+            return false;
+        if (text.isEmpty())
+            return true;
+        static const QRegularExpression pattern(QStringLiteral("^(\\d{1,7})(ms|s|m|h)$"));
+        const QRegularExpressionMatch match = pattern.match(text);
+        if (!match.hasMatch())
+            return fail(table.get(key)->source(), section + QLatin1String(key),
+                        QStringLiteral("expected a duration such as \"200ms\", \"30s\" or \"5m\""));
+        const qint64 unit = match.captured(2) == QLatin1String("ms") ? 1
+            : match.captured(2) == QLatin1String("s")                ? 1000
+            : match.captured(2) == QLatin1String("m")                ? 60000
+                                                                     : 3600000;
+        const qint64 value = match.captured(1).toLongLong() * unit;
+        if (value > 24 * 3600000)
+            return fail(table.get(key)->source(), section + QLatin1String(key),
+                        QStringLiteral("longer than a day"));
+        ms = int(value);
+        return true;
+    }
+
+    bool stringArray(const toml::table &table, const QString &section, const char *key,
+                     QStringList &out, bool arePaths)
+    {
+        const toml::node *node = table.get(key);
+        if (!node)
+            return true;
+        const toml::array *array = node->as_array();
+        if (!array)
+            return fail(node->source(), section + QLatin1String(key),
+                        QStringLiteral("expected an array of strings"));
+        for (const toml::node &element : *array) {
+            if (!element.is_string())
+                return fail(element.source(), section + QLatin1String(key),
+                            QStringLiteral("expected a string"));
+            const QString text = fromStd(element.as_string()->get());
+            out << (arePaths ? QDir::cleanPath(m_directory.absoluteFilePath(text)) : text);
+        }
+        return true;
+    }
+
+    bool stringTable(const toml::table &table, const QString &section, const char *key,
+                     QList<QPair<QString, QString>> &out)
+    {
+        const toml::node *node = table.get(key);
+        if (!node)
+            return true;
+        const toml::table *values = node->as_table();
+        if (!values)
+            return fail(node->source(), section + QLatin1String(key),
+                        QStringLiteral("expected a table"));
+        for (auto &&[name, value] : *values) {
+            if (!value.is_string())
+                return fail(value.source(),
+                            section + QLatin1String(key) + QLatin1Char('.') + fromStd(name.str()),
+                            QStringLiteral("expected a string"));
+            out.append(qMakePair(fromStd(name.str()), fromStd(value.as_string()->get())));
+        }
+        return true;
+    }
+
+private:
+    QString m_fileName;
+    QDir m_directory;
+};
+
+// A user or group given by name or by number.
+template<typename Id, typename Lookup>
+bool principal(TomlReader &reader, const toml::table &table, const char *key, Id &id, Lookup lookup)
+{
+    const toml::node *node = table.get(key);
+    if (!node)
+        return true;
+    const QString name = QLatin1String("template.") + QLatin1String(key);
+    if (const auto *number = node->as_integer()) {
+        if (number->get() < 0 || number->get() > 0x7FFFFFFF)
+            return reader.fail(node->source(), name, QStringLiteral("not a valid id"));
+        id = Id(number->get());
+        return true;
+    }
+    if (!node->is_string())
+        return reader.fail(node->source(), name, QStringLiteral("expected a name or a number"));
+    const std::string text(node->as_string()->get());
+    if (!lookup(text.c_str(), id))
+        return reader.fail(node->source(), name,
+                           QLatin1String("no such ") + QLatin1String(key) + QLatin1String(" '")
+                               + fromStd(text) + QLatin1Char('\''));
+    return true;
+}
+
+bool lookUpUser(const char *name, uid_t &id)
+{
+    const struct passwd *entry = ::getpwnam(name);
+    if (entry)
+        id = entry->pw_uid;
+    return entry;
+}
+
+bool lookUpGroup(const char *name, gid_t &id)
+{
+    const struct group *entry = ::getgrnam(name);
+    if (entry)
+        id = entry->gr_gid;
+    return entry;
+}
+
+// "0640" as a string of octal digits, or a TOML octal integer 0o640.
+bool fileMode(TomlReader &reader, const toml::table &table, int &mode)
+{
+    const toml::node *node = table.get("mode");
+    if (!node)
+        return true;
+    bool isOk = false;
+    int value = -1;
+    if (const auto *number = node->as_integer())
+        value = int(number->get());
+    else if (node->is_string())
+        value = fromStd(node->as_string()->get()).toInt(&isOk, 8);
+    if ((node->is_integer() || isOk) && value >= 0 && value <= 07777) {
+        mode = value;
+        return true;
+    }
+    return reader.fail(node->source(), QStringLiteral("template.mode"),
+                       QStringLiteral("expected octal permission bits such as \"0640\""));
+}
+
+bool readTemplate(TomlReader &reader, const toml::table &table, TemplateSettings &settings)
+{
+    const QString section = QStringLiteral("template.");
+    settings.origin = reader.origin(table.source());
+    if (!reader.onlyKnown(table, section,
+                          {"name", "source", "destination", "root", "tags", "comment_prefix",
+                           "comment_suffix", "language", "strict", "mode", "owner", "group",
+                           "check", "reload", "timeout"})
+        || !reader.string(table, section, "name", settings.name)
+        || !reader.path(table, section, "source", settings.source)
+        || !reader.path(table, section, "destination", settings.destination)
+        || !reader.latin1(table, section, "root", settings.root)
+        || !reader.stringTable(table, section, "tags", settings.tags)
+        || !reader.latin1(table, section, "comment_prefix", settings.commentPrefix)
+        || !reader.latin1(table, section, "comment_suffix", settings.commentSuffix)
+        || !reader.boolean(table, section, "strict", settings.isStrict)
+        || !fileMode(reader, table, settings.mode)
+        || !principal(reader, table, "owner", settings.owner, lookUpUser)
+        || !principal(reader, table, "group", settings.group, lookUpGroup)
+        || !reader.string(table, section, "check", settings.check)
+        || !reader.string(table, section, "reload", settings.reload)
+        || !reader.duration(table, section, "timeout", settings.timeoutMs))
+        return false;
+    if (const toml::node *language = table.get("language")) {
+        const auto *number = language->as_integer();
+        if (!number || (number->get() != 1 && number->get() != 2))
+            return reader.fail(language->source(), QStringLiteral("template.language"),
+                               QStringLiteral("expected 1 or 2"));
+        // Rendering a version-2 template as version 1 would change its output unseen.
+        if (number->get() == 2)
+            return reader.fail(language->source(), QStringLiteral("template.language"),
+                               QStringLiteral("version 2 is not available in this build"));
+        settings.language = int(number->get());
+    }
+    for (const char *required : {"source", "destination"}) {
+        if (!table.get(required))
+            return reader.fail(table.source(), section + QLatin1String(required),
+                               QStringLiteral("missing"));
+    }
+    if (settings.name.isEmpty())
+        settings.name = settings.destination;
+    return true;
+}
+
+bool readRegistry(TomlReader &reader, const toml::table &table, SyncConfiguration &configuration)
+{
+    const QString section = QStringLiteral("registry.");
+    return reader.onlyKnown(table, section, {"files", "env", "values", "root"})
+        && reader.stringArray(table, section, "files", configuration.registry.files, true)
+        && reader.boolean(table, section, "env", configuration.registry.includesEnvironment)
+        && reader.stringTable(table, section, "values", configuration.registry.values)
+        && reader.latin1(table, section, "root", configuration.registryRoot);
+}
+
+bool readEtcd(TomlReader &reader, const toml::table &table, EtcdSettings &etcd)
+{
+    const QString section = QStringLiteral("etcd.");
+    etcd.isSet = true;
+    if (!reader.onlyKnown(table, section,
+                          {"endpoints", "prefix", "username", "password_file", "ca_file",
+                           "cert_file", "key_file", "timeout"})
+        || !reader.stringArray(table, section, "endpoints", etcd.endpoints, false)
+        || !reader.string(table, section, "prefix", etcd.prefix)
+        || !reader.string(table, section, "username", etcd.username)
+        || !reader.path(table, section, "password_file", etcd.passwordFile)
+        || !reader.path(table, section, "ca_file", etcd.caFile)
+        || !reader.path(table, section, "cert_file", etcd.certFile)
+        || !reader.path(table, section, "key_file", etcd.keyFile)
+        || !reader.duration(table, section, "timeout", etcd.timeoutMs))
+        return false;
+    if (etcd.prefix.isEmpty())
+        return reader.fail(table.source(), QStringLiteral("etcd.prefix"),
+                           QStringLiteral("missing"));
+    if (etcd.endpoints.isEmpty())
+        etcd.endpoints << QStringLiteral("http://127.0.0.1:2379");
+    for (const QString &endpoint : qAsConst(etcd.endpoints)) {
+        const QUrl url(endpoint, QUrl::StrictMode);
+        if (!url.isValid() || url.host().isEmpty()
+            || (url.scheme() != QLatin1String("http") && url.scheme() != QLatin1String("https")))
+            return reader.fail(table.get("endpoints")->source(), QStringLiteral("etcd.endpoints"),
+                               QLatin1String("not an http or https URL: ") + endpoint);
+    }
+    return true;
+}
+
+bool readWatch(TomlReader &reader, const toml::table &table, WatchSettings &watch)
+{
+    const QString section = QStringLiteral("watch.");
+    if (!reader.onlyKnown(table, section, {"wait", "wait_max", "backoff_max"})
+        || !reader.duration(table, section, "wait", watch.waitMs)
+        || !reader.duration(table, section, "wait_max", watch.waitMaxMs)
+        || !reader.duration(table, section, "backoff_max", watch.backoffMaxMs))
+        return false;
+    if (watch.waitMaxMs < watch.waitMs)
+        return reader.fail(table.source(), QStringLiteral("watch.wait_max"),
+                           QStringLiteral("shorter than watch.wait"));
+    return true;
+}
+
+QString readWhole(const QString &path, QByteArray &data)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return file.errorString();
+    data = file.read(s_largestFile + 1);
+    if (file.error() != QFileDevice::NoError)
+        return file.errorString();
+    return data.size() > s_largestFile ? QStringLiteral("larger than 16 MiB") : QString();
+}
+
+} // namespace
+
+bool SyncConfiguration::load(const QStringList &paths)
+{
+    for (const QString &path : paths) {
+        const QFileInfo info(path);
+        if (!info.isDir()) {
+            if (!loadFile(path))
+                return false;
+            continue;
+        }
+        directories << path;
+        const QDir dir(path);
+        for (const QString &name :
+             dir.entryList({QStringLiteral("*.toml")}, QDir::Files, QDir::Name)) {
+            if (!loadFile(dir.filePath(name)))
+                return false;
+        }
+    }
+    QSet<QString> names;
+    for (const TemplateSettings &settings : qAsConst(templates)) {
+        if (names.contains(settings.name)) {
+            m_error = settings.origin + QLatin1String(": template.name: '") + settings.name
+                + QLatin1String("' is used twice");
+            return false;
+        }
+        names.insert(settings.name);
+    }
+    return true;
+}
+
+QString SyncConfiguration::errorString() const
+{
+    return m_error;
+}
+
+bool SyncConfiguration::loadFile(const QString &path)
+{
+    files << path;
+    QByteArray data;
+    const QString error = readWhole(path, data);
+    if (!error.isEmpty()) {
+        m_error = path + QLatin1String(": cannot read: ") + error;
+        return false;
+    }
+    toml::table root;
+    try {
+        root = toml::parse(std::string_view(data.constData(), size_t(data.size())),
+                           QFile::encodeName(path).toStdString());
+    } catch (const toml::parse_error &failure) {
+        m_error = QStringLiteral("%1:%2:%3: %4")
+                      .arg(path, QString::number(failure.source().begin.line),
+                           QString::number(failure.source().begin.column),
+                           fromStd(failure.description()));
+        return false;
+    }
+    TomlReader reader(path);
+    if (!reader.onlyKnown(root, QString(), {"registry", "etcd", "watch", "template"})) {
+        m_error = reader.error;
+        return false;
+    }
+    // The three single tables may stand in one file only.
+    const struct
+    {
+        const char *key;
+        QString *origin;
+        std::function<bool(const toml::table &)> read;
+    } singles[] = {
+        {"registry", &m_registryOrigin,
+         [&](const toml::table &table) { return readRegistry(reader, table, *this); }},
+        {"etcd", &m_etcdOrigin,
+         [&](const toml::table &table) { return readEtcd(reader, table, etcd); }},
+        {"watch", &m_watchOrigin,
+         [&](const toml::table &table) { return readWatch(reader, table, watch); }},
+    };
+    for (const auto &single : singles) {
+        const toml::node *node = root.get(single.key);
+        if (!node)
+            continue;
+        const toml::table *table = node->as_table();
+        if (!table)
+            reader.fail(node->source(), QLatin1String(single.key),
+                        QStringLiteral("expected a table"));
+        else if (!single.origin->isEmpty())
+            reader.fail(node->source(), QLatin1String(single.key),
+                        QLatin1String("given before, at ") + *single.origin);
+        else if (single.read(*table))
+            *single.origin = reader.origin(node->source());
+        if (!reader.error.isEmpty()) {
+            m_error = reader.error;
+            return false;
+        }
+    }
+    const toml::node *list = root.get("template");
+    if (!list)
+        return true;
+    const toml::array *array = list->as_array();
+    if (!array || !array->is_array_of_tables()) {
+        m_error = QStringLiteral("%1:%2: template: expected [[template]] tables")
+                      .arg(path, QString::number(list->source().begin.line));
+        return false;
+    }
+    for (const toml::node &node : *array) {
+        TemplateSettings settings;
+        if (!readTemplate(reader, *node.as_table(), settings)) {
+            m_error = reader.error;
+            return false;
+        }
+        templates << settings;
+    }
+    return true;
+}
