@@ -1,6 +1,8 @@
 #include "testsupport.h"
 
 #include <QBuffer>
+#include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryFile>
 
 static MessageRecorder *s_recorder = nullptr;
@@ -47,6 +49,36 @@ Rendered render(TessivaneTemplate &engine, const QByteArray &templateText, const
     out.seek(0);
     rendered.output = out.readAll();
     return rendered;
+}
+
+void PrintTo(const TranscriptRow &row, std::ostream *os)
+{
+    *os << row.name;
+}
+
+void expectTranscript(const TranscriptRow &row, const QString &dir)
+{
+    QProcess shell;
+    shell.setWorkingDirectory(dir);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("T", TT_TOOL_PATH);
+    environment.insert("S", TT_SYNC_PATH);
+    environment.insert("SHIM", TT_FAILSHIM_PATH);
+    environment.insert("LC_ALL", "C.UTF-8");
+    shell.setProcessEnvironment(environment);
+    shell.start("bash", {"-c", QString::fromStdString(row.script)});
+    ASSERT_TRUE(shell.waitForFinished(120000));
+    const QByteArray here = QFile::encodeName(dir);
+    const QByteArray out = shell.readAllStandardOutput().replace(here, "@");
+    const QByteArray err = shell.readAllStandardError().replace(here, "@");
+    if (shell.exitCode() == 77)
+        GTEST_SKIP() << err.toStdString();
+    EXPECT_EQ(out.toStdString(), row.out);
+    if (row.err.rfind('^', 0) == 0)
+        EXPECT_TRUE(QRegularExpression(QString::fromStdString(row.err)).match(err).hasMatch())
+            << err.data();
+    else
+        EXPECT_EQ(err.toStdString(), row.err);
 }
 
 void writeFile(const QString &path, const QByteArray &bytes)

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 // Readable values in assertion failures; lists of them print through these too.
 void PrintTo(const QString &text, std::ostream *os);
 void PrintTo(const QByteArray &bytes, std::ostream *os);
@@ -67,6 +69,25 @@ struct Rendered
 /// Runs \a templateText through \a engine as the template named \a name.
 Rendered render(TessivaneTemplate &engine, const QByteArray &templateText,
                 const QString &name = QStringLiteral("in.tmpl"));
+
+/**
+ * A bash script and what it must print, run by expectTranscript() in a
+ * directory of the test's. In the script $T names tessivane-template, $S
+ * tessivane-sync and $SHIM the library that makes system calls fail; in what
+ * it prints, "@" stands for the directory. A script exits with 77, giving
+ * the reason on standard error, where the machine forbids what it needs.
+ */
+struct TranscriptRow
+{
+    std::string name;
+    std::string script;
+    std::string out;
+    std::string err; // exact, or a regular expression when it begins with "^"
+};
+void PrintTo(const TranscriptRow &row, std::ostream *os);
+
+/// Runs \a row's script in \a dir and compares what it printed.
+void expectTranscript(const TranscriptRow &row, const QString &dir);
 
 // writeFile() fails the test on error; readFile() is empty when the file cannot be read.
 void writeFile(const QString &path, const QByteArray &bytes);

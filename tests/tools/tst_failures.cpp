@@ -1,29 +1,17 @@
 #include "testsupport.h"
 
-#include <QProcess>
-#include <QRegularExpression>
-
 #include <string>
 #include <vector>
 
 // How the tool meets a failing machine: full disks, broken reads, pipes,
 // links, access control lists and signals, each provoked for real. A row is a
-// bash script run in a fresh directory that holds t.tmpl ("new") and out
-// ("old", mode 0640), with $T naming the tool and $SHIM the library that makes
-// system calls fail (failshim.cpp). The script prints what it finds; the row
-// holds what it must print. A script exits with 77, giving the reason on
-// standard error, where the machine forbids what it needs.
+// transcript run in a fresh directory that holds t.tmpl ("new") and out
+// ("old", mode 0640); $SHIM names the library that makes system calls fail
+// (failshim.cpp).
 
 namespace {
 
-struct FailureRow
-{
-    std::string name;
-    std::string script;
-    std::string out;
-    std::string err; // exact, or a regular expression when it begins with "^"
-};
-TT_PRINT_ROWS_AS_NAMES(FailureRow)
+using FailureRow = TranscriptRow;
 
 const std::string s_tool = "tessivane-template: ";
 const std::string s_bigTemplate =
@@ -219,30 +207,12 @@ using ToolFailures = ::testing::TestWithParam<FailureRow>;
 
 TEST_P(ToolFailures, LeavesOutputAsItWasAndNoTemporaryBehind)
 {
-    const FailureRow &row = GetParam();
     QTemporaryDir dir;
     writeFile(dir.filePath("t.tmpl"), "new\n");
     writeFile(dir.filePath("out"), "old\n");
     ASSERT_TRUE(QFile::setPermissions(dir.filePath("out"),
                                       QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup));
-    QProcess shell;
-    shell.setWorkingDirectory(dir.path());
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("T", TT_TOOL_PATH);
-    environment.insert("SHIM", TT_FAILSHIM_PATH);
-    environment.insert("LC_ALL", "C.UTF-8");
-    shell.setProcessEnvironment(environment);
-    shell.start("bash", {"-c", QString::fromStdString(row.script)});
-    ASSERT_TRUE(shell.waitForFinished(120000));
-    const QByteArray err = shell.readAllStandardError();
-    if (shell.exitCode() == 77)
-        GTEST_SKIP() << err.toStdString();
-    EXPECT_EQ(shell.readAllStandardOutput().toStdString(), row.out);
-    if (row.err.rfind('^', 0) == 0)
-        EXPECT_TRUE(QRegularExpression(QString::fromStdString(row.err)).match(err).hasMatch())
-            << err.data();
-    else
-        EXPECT_EQ(err.toStdString(), row.err);
+    expectTranscript(GetParam(), dir.path());
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ToolFailures, ::testing::ValuesIn(s_rows), testRowName);
