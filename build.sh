@@ -12,7 +12,8 @@ usage() {
     cat <<'USAGE'
 Usage: ./build.sh VERB [ARGS]
 
-  demo            build, install into build/install and render the shipped example
+  demo            build, install into build/install, render the shipped example and
+                  show what the sync example would change
   test            build and run the whole test suite (exits non-zero on any failure)
   install [PREFIX] build and install the library, headers, CMake package, pkg-config
                   file and the tool into PREFIX (default /usr/local)
@@ -50,9 +51,10 @@ need() {
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-base_packages=(cmake make g++ pkg-config qtbase5-dev libacl1-dev libattr1-dev)
-# What the tests use besides: GoogleTest, and the commands that set ACLs and attributes.
-test_packages=(libgtest-dev acl attr)
+base_packages=(cmake make g++ pkg-config qtbase5-dev libacl1-dev libattr1-dev
+    libtomlplusplus-dev libsystemd-dev diffutils util-linux)
+# What the tests use besides: GoogleTest, setfacl and setfattr, ps, and systemd-analyze.
+test_packages=(libgtest-dev acl attr procps systemd)
 
 # configure DIR [CMAKE ARGS...]
 configure() {
@@ -97,6 +99,9 @@ render_example() {
     cd "$top/examples"
     "$prefix/bin/tessivane-template" -r registry.json -r overrides.conf -R /etc/webshop \
         -t hostname=shop-01 -t workers=4 --comment-prefix '#' service.conf.tmpl
+    # What the sync example would change; 3 says that something would.
+    echo
+    "$prefix/bin/tessivane-sync" --dry-run sync/sync.toml || [ $? -eq 3 ]
 }
 
 verb=${1:-help}
