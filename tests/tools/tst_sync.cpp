@@ -85,7 +85,9 @@ until_shows 10 port=80
 // clang-format off
 const std::vector<TranscriptRow> s_rows = {
     // Only what passed is replaced, and its reload runs once; a second run touches nothing.
+    // What a killed run left staged is removed.
     {"ReplacesOnlyWhatPassed", s_setup + R"sh(
+touch out/.good.conf.tessivane-AbC123
 $S sync.toml; echo $?; ls -A out; cat out/*; cat reloads.log
 before=$(stat -c '%i %Y' out/good.conf)
 $S sync.toml; echo $?; [ "$before" = "$(stat -c '%i %Y' out/good.conf)" ] && echo untouched
