@@ -5,12 +5,59 @@
 #include "tessivanetemplatecommandtag.h"
 #include "tessivanetemplateparser.h"
 #include "tessivanetemplatetag.h"
+#include "tessivanetemplate.h"
+
+#include <QAtomicInt>
+#include <QHash>
+#include <QMutex>
+#include <QMutexLocker>
 
 using namespace TessivaneTemplatePrivate;
 
 namespace {
 
 const QLatin1String s_endIf("ENDIF");
+const QLatin1String s_else("ELSE");
+
+// The blocks that have met their ELSE, by IF object, as depths of its block
+// stack: the object's layout has no room for them. Only version 2 fills it,
+// so version 1 looks at no more than the counter.
+struct ElseTable
+{
+    QMutex mutex;
+    QHash<const TessivaneTemplateCommandIf *, QList<int>> depths;
+};
+Q_GLOBAL_STATIC(ElseTable, s_elses)
+QAtomicInt s_elseCount;
+
+// Records an ELSE at \a depth; false when the block had one already.
+bool recordElse(const TessivaneTemplateCommandIf *command, int depth)
+{
+    QMutexLocker locker(&s_elses->mutex);
+    QList<int> &depths = s_elses->depths[command];
+    if (depths.contains(depth))
+        return false;
+    depths.append(depth);
+    s_elseCount.ref();
+    return true;
+}
+
+// Forgets the ELSEs of blocks deeper than \a depth.
+void forgetElses(const TessivaneTemplateCommandIf *command, int depth)
+{
+    if (s_elseCount.loadRelaxed() == 0 || s_elses.isDestroyed())
+        return;
+    QMutexLocker locker(&s_elses->mutex);
+    const auto it = s_elses->depths.find(command);
+    if (it == s_elses->depths.end())
+        return;
+    while (!it->isEmpty() && it->last() > depth) {
+        it->removeLast();
+        s_elseCount.deref();
+    }
+    if (it->isEmpty())
+        s_elses->depths.erase(it);
+}
 const QChar s_quote(QLatin1Char('"'));
 
 struct Condition
@@ -46,11 +93,14 @@ Condition parseCondition(const QString &parameter)
 
 } // namespace
 
-TessivaneTemplateCommandIf::~TessivaneTemplateCommandIf() = default;
+TessivaneTemplateCommandIf::~TessivaneTemplateCommandIf()
+{
+    forgetElses(this, -1);
+}
 
 bool TessivaneTemplateCommandIf::isResponsibleFor(const QString &name)
 {
-    return name.startsWith(QLatin1String("IF")) || name == s_endIf;
+    return name.startsWith(QLatin1String("IF")) || name == s_endIf || name == s_else;
 }
 
 int TessivaneTemplateCommandIf::executeCommand(TessivaneTemplateParser *parser, const QString &name,
@@ -58,6 +108,8 @@ int TessivaneTemplateCommandIf::executeCommand(TessivaneTemplateParser *parser, 
 {
     if (name == s_endIf)
         return executeEndIf();
+    if (name == s_else)
+        return executeElse(parser);
     return executeIf(parser, name, parameter);
 }
 
@@ -65,7 +117,27 @@ int TessivaneTemplateCommandIf::executeEndIf()
 {
     if (skipStack.isEmpty())
         return CommandDone;
-    return skipStack.takeLast() ? CommandSkipEnd : CommandDone;
+    const bool isSkipped = skipStack.takeLast();
+    forgetElses(this, skipStack.size());
+    return isSkipped ? CommandSkipEnd : CommandDone;
+}
+
+// A block that was kept is dropped from here on, and one that was dropped kept.
+int TessivaneTemplateCommandIf::executeElse(TessivaneTemplateParser *parser)
+{
+    if (parser->getTemplate()->languageVersion() < 2)
+        return CommandUnhandled;
+    if (skipStack.isEmpty()) {
+        parser->warning("ELSE without IF");
+        return CommandFailed;
+    }
+    if (!recordElse(this, skipStack.size())) {
+        parser->warning("a second ELSE in one IF block");
+        return CommandFailed;
+    }
+    bool &isSkipped = skipStack.last();
+    isSkipped = !isSkipped;
+    return isSkipped ? CommandSkipBegin : CommandSkipEnd;
 }
 
 int TessivaneTemplateCommandIf::executeIf(TessivaneTemplateParser *parser, const QString &name,

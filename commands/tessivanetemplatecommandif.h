@@ -14,7 +14,9 @@
  * this object on the parser's active-command list, and its ENDIF returns
  * CommandSkipEnd. IFs inside a skipped block are still evaluated, with their
  * lookups and messages, so that every ENDIF closes the block it belongs to.
- * A block whose value cannot be obtained is skipped.
+ * A block whose value cannot be obtained is skipped. In version 2 of the
+ * language an "ELSE" turns the block over: what follows it up to the ENDIF is
+ * kept exactly when what precedes it is dropped.
  *
  * \sa TessivaneTemplateCommandReg, TessivaneTemplateCommandTag
  */
@@ -22,7 +24,7 @@ class TESSIVANETEMPLATE_EXPORT TessivaneTemplateCommandIf : public TessivaneTemp
 {
 public:
     ~TessivaneTemplateCommandIf() override;
-    /// Names that begin with "IF", and "ENDIF".
+    /// Names that begin with "IF", "ENDIF", and "ELSE", which only version 2 knows.
     bool isResponsibleFor(const QString &name) override;
     int executeCommand(TessivaneTemplateParser *parser, const QString &name,
                        const QString &parameter) override;
@@ -34,6 +36,7 @@ public:
 
 private:
     int executeEndIf();
+    int executeElse(TessivaneTemplateParser *parser);
     int executeIf(TessivaneTemplateParser *parser, const QString &name, const QString &parameter);
     int openBlock(bool isSkipped);
 

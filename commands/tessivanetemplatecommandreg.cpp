@@ -2,16 +2,16 @@
 
 #include "parameter_p.h"
 #include "qtcompat_p.h"
+#include "registrykey_p.h"
 #include "tessivane.h"
 #include "tessivanetemplate.h"
 #include "tessivanetemplateparser.h"
 #include "tessivanetemplatetokenizer.h"
 #include "syntaxscan_p.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QMap>
-#include <QVarLengthArray>
-
-#include <algorithm>
 
 using namespace TessivaneTemplatePrivate;
 
@@ -20,6 +20,8 @@ namespace {
 const QLatin1String s_reg("REG");
 const QLatin1String s_regQuote("REG_QUOTE");
 const QLatin1String s_regIni("REG_INI");
+const QLatin1String s_regJson("REG_JSON");
+const QLatin1String s_regShell("REG_SHELL");
 
 // Consecutive strings pair up as registry value and replacement; a later pair
 // for the same value wins and an unpaired last string is ignored.
@@ -32,30 +34,18 @@ QMap<QString, QString> valueMapping(const QString &group)
     return mapping;
 }
 
-// Every "$REGROOT" in the key becomes the engine's registry root, built in
-// place in one allocation: this runs for every registry command of a template.
-QString expandRegRoot(const QStringRef &key, const TessivaneTemplate *engine)
+// A JSON string literal, quotes and escapes included, as Qt's own writer makes it.
+QString jsonString(const QString &value)
 {
-    const QLatin1String variable("$REGROOT");
-    QVarLengthArray<int, 4> found;
-    for (int at = indexOfText(key, variable); at >= 0; at = indexOfText(key, variable, at + 8))
-        found.append(at);
-    if (found.isEmpty())
-        return key.toString();
-    const QString root = engine->regRoot();
-    QString expanded(key.size() + found.size() * (root.size() - variable.size()),
-                     Qt::Uninitialized);
-    QChar *out = expanded.data();
-    int from = 0;
-    found.append(key.size());
-    for (const int at : qAsConst(found)) {
-        out = std::copy(key.unicode() + from, key.unicode() + at, out);
-        if (at == key.size())
-            break;
-        out = std::copy(root.unicode(), root.unicode() + root.size(), out);
-        from = at + variable.size();
-    }
-    return expanded;
+    const QByteArray array = QJsonDocument(QJsonArray {value}).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(array.mid(1, array.size() - 2));
+}
+
+// One word for a POSIX shell: single quotes, and each ' written as '\''.
+QString shellWord(QString value)
+{
+    return QLatin1Char('\'') + value.replace(QLatin1Char('\''), QLatin1String("'\\''"))
+        + QLatin1Char('\'');
 }
 
 // Messages insert texts as printf's "%s" does: a text ends at its first NUL.
@@ -70,7 +60,7 @@ QString asInserted(const QString &text)
 struct RegParameter
 {
     RegParameter(const GroupList &groups, const TessivaneTemplate *engine)
-        : key(expandRegRoot(groups.at(0), engine))
+        : key(expandRegistryKey(groups.at(0), engine))
         , hasDefault(groups.size() >= 3)
     {
         if (groups.size() >= 2)
@@ -104,12 +94,16 @@ TessivaneTemplateCommandReg::~TessivaneTemplateCommandReg() = default;
 
 bool TessivaneTemplateCommandReg::isResponsibleFor(const QString &name)
 {
-    return name == s_reg || name == s_regQuote || name == s_regIni;
+    return name == s_reg || name == s_regQuote || name == s_regIni || name == s_regJson
+        || name == s_regShell;
 }
 
 int TessivaneTemplateCommandReg::executeCommand(TessivaneTemplateParser *parser,
                                                 const QString &name, const QString &parameter)
 {
+    // The escaping forms are words of version 2; version 1 knows no such command.
+    if ((name == s_regJson || name == s_regShell) && parser->getTemplate()->languageVersion() < 2)
+        return CommandUnhandled;
     QString value;
     QString message;
     if (getReg(parser, parameter, value, message) != 0) {
@@ -124,7 +118,7 @@ int TessivaneTemplateCommandReg::executeCommand(TessivaneTemplateParser *parser,
             .replace(QLatin1Char(']'), QLatin1String("%5D"));
     if (isQuoted)
         out << QLatin1Char('"');
-    out << value;
+    out << (name == s_regJson ? jsonString(value) : name == s_regShell ? shellWord(value) : value);
     if (isQuoted)
         out << QLatin1Char('"');
     // Reported after the value, so that an inline comment follows it.

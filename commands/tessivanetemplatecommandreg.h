@@ -4,13 +4,15 @@
 #include "tessivanetemplatecommand.h"
 
 /**
- * \brief Registry values: "REG", "REG_QUOTE" and "REG_INI".
+ * \brief Registry values: "REG", "REG_QUOTE" and "REG_INI", and in version 2
+ * of the language "REG_JSON" and "REG_SHELL".
  *
  * A registry parameter is up to three groups: the key, in which every
  * "$REGROOT" becomes the engine's registry root; an optional mapping of
  * double-quoted value/replacement pairs; an optional default value. REG
  * writes the value as it is, REG_QUOTE between double quotes, REG_INI with
- * "=" and "]" escaped as "%3D" and "%5D". A failed lookup writes nothing and
+ * "=" and "]" escaped as "%3D" and "%5D", REG_JSON as a JSON string literal,
+ * REG_SHELL as one shell word in single quotes. A failed lookup writes nothing and
  * warns. The object holds no state, so any instance serves for getReg().
  *
  * \sa Tessivane, TessivaneTemplateCommandIf

@@ -1,6 +1,8 @@
 #ifndef TESSIVANETEMPLATE_ENGINESTATE_P_H
 #define TESSIVANETEMPLATE_ENGINESTATE_P_H
 
+#include <QString>
+
 class TessivaneTemplate;
 
 namespace TessivaneTemplatePrivate {
@@ -15,6 +17,29 @@ namespace TessivaneTemplatePrivate {
 // a file it includes, could not be read to its end.
 void setReadFailed(const TessivaneTemplate *engine, bool hasFailed);
 bool hasReadFailed(const TessivaneTemplate *engine);
+
+// The version of the template language the engine's parsers understand: 1
+// unless a host chose 2.
+void setLanguageVersion(const TessivaneTemplate *engine, int version);
+int languageVersion(const TessivaneTemplate *engine);
+
+// A loop name bound while the body of a FOREACH is rendered: $NAME in a
+// registry key stands for key, and ITEM($NAME) writes item.
+struct LoopBinding
+{
+    QString name;
+    QString key;
+    QString item;
+};
+void pushLoopBinding(const TessivaneTemplate *engine, const LoopBinding &binding);
+void popLoopBinding(const TessivaneTemplate *engine);
+// The innermost binding of \a name; false when no loop binds it.
+bool findLoopBinding(const TessivaneTemplate *engine, const QString &name, LoopBinding &binding);
+
+// Counts the inline comments written into the output, so that a line that
+// writes nothing of its own still ends one with a line feed.
+void countInlineComment(const TessivaneTemplate *engine);
+int inlineComments(const TessivaneTemplate *engine);
 
 // Forgets everything kept for \a engine; called when it is destroyed.
 void forgetEngine(const TessivaneTemplate *engine);

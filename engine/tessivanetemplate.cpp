@@ -70,6 +70,20 @@ void TessivaneTemplate::setRegistryBackend(Tessivane *backend)
     m_registryBackend = backend;
 }
 
+void TessivaneTemplate::setLanguageVersion(int version)
+{
+    if (version != 1 && version != 2) {
+        qWarning("unknown template language version %d", version);
+        return;
+    }
+    TessivaneTemplatePrivate::setLanguageVersion(this, version);
+}
+
+int TessivaneTemplate::languageVersion() const
+{
+    return TessivaneTemplatePrivate::languageVersion(this);
+}
+
 bool TessivaneTemplate::addTag(TessivaneTemplateTag *tag)
 {
     if (!tag) {

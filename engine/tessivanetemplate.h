@@ -47,6 +47,15 @@ public:
     Tessivane *registryBackend() const;
     /// Only stores the pointer: handlers registered earlier keep the backend they were given.
     void setRegistryBackend(Tessivane *backend);
+    /**
+     * The version of the template language: 1, the default, or 2, which adds
+     * ELSE, FOREACH loops with ITEM, lines of control commands that write no
+     * line, the literal mark "%%%%", and REG_JSON and REG_SHELL. Parsers made
+     * afterwards understand the version set; another value draws a warning
+     * and changes nothing.
+     */
+    void setLanguageVersion(int version);
+    int languageVersion() const;
 
     /**
      * Appends \a tag to the handler list and gives it this engine and the

@@ -7,6 +7,7 @@
 #include "tessivanetemplate.h"
 #include "tessivanetemplatecommand.h"
 #include "tessivanetemplatecommandcomment.h"
+#include "tessivanetemplatecommandforeach.h"
 #include "tessivanetemplatecommandif.h"
 #include "tessivanetemplatecommandinclude.h"
 #include "tessivanetemplatecommandreg.h"
@@ -39,6 +40,38 @@ QString formatV(const char *format, va_list args)
     return QString::vasprintf(format, args);
 }
 
+bool isControlCommand(const QString &name)
+{
+    return name.startsWith(QLatin1String("IF")) || name == QLatin1String("ELSE")
+        || name == QLatin1String("ENDIF") || name.startsWith(QLatin1String("FOREACH"))
+        || name == QLatin1String("ENDFOREACH") || name.startsWith(QLatin1Char('*'))
+        || name == QLatin1String("TEMPLATE_VERSION");
+}
+
+// In version 2 a line of nothing but control commands and blanks writes no
+// line at all, so that blocks leave no blank lines behind.
+bool isControlLine(const QString &line)
+{
+    TokenWalker walker(line);
+    QStringRef token;
+    bool isCommand = false;
+    bool hasCommand = false;
+    QString name;
+    QString parameter;
+    while (walker.next(token, isCommand)) {
+        if (!isCommand) {
+            if (!token.trimmed().isEmpty())
+                return false;
+            continue;
+        }
+        splitCommandToken(token, name, parameter);
+        if (!isControlCommand(name))
+            return false;
+        hasCommand = true;
+    }
+    return hasCommand;
+}
+
 } // namespace
 
 TessivaneTemplateParser::TessivaneTemplateParser(TessivaneTemplate *engine, QTextStream *in,
@@ -58,6 +91,9 @@ TessivaneTemplateParser::TessivaneTemplateParser(TessivaneTemplate *engine, QTex
     m_commands.append(new TessivaneTemplateCommandVersion);
     m_commands.append(new TessivaneTemplateCommandIf);
     m_commands.append(new TessivaneTemplateCommandTag);
+    // Version 1 knows no loops: its parsers have the six commands alone.
+    if (m_engine->languageVersion() >= 2)
+        m_commands.append(new TessivaneTemplateCommandForeach);
 }
 
 TessivaneTemplateParser::~TessivaneTemplateParser()
@@ -75,16 +111,19 @@ int TessivaneTemplateParser::process()
     QString line;
     QString name;
     QString parameter;
+    auto *loop = dynamic_cast<TessivaneTemplateCommandForeach *>(m_commands.value(6));
     while (reader.readLine(line)) {
         ++m_lineNumber;
         line += QLatin1Char('\n');
-        if (indexOfMark(line) < 0) {
+        if (indexOfMark(line) < 0 && !(loop && loop->isCapturing())) {
             if (m_activeCommands.isEmpty())
                 writeText(*m_out, QStringRef(&line));
-        } else if (!processCommandLine(line, name, parameter)) {
+        } else if (!processCommandLine(line, name, parameter, loop)) {
             return 1;
         }
     }
+    if (loop)
+        loop->finish(this);
     return reader.errorString().isEmpty() ? 0 : readFailed(reader.errorString());
 }
 
@@ -102,15 +141,27 @@ int TessivaneTemplateParser::readFailed(const QString &reason)
 // Returns false when a declared template version stops the input. The line
 // is walked as the tokenizer cuts it, without copying its text tokens.
 bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &name,
-                                                 QString &parameter)
+                                                 QString &parameter,
+                                                 TessivaneTemplateCommandForeach *loop)
 {
+    // Only version 2 has a loop command, and only version 2 drops control lines.
+    const bool isControl = loop && isControlLine(line);
+    const int comments = isControl ? inlineComments(m_engine) : 0;
     TokenWalker walker(line);
     QStringRef token;
     bool isCommand = false;
     while (walker.next(token, isCommand)) {
+        if (loop && loop->isCapturing() && loop->capture(token, isCommand, m_lineNumber, isControl))
+            continue;
         if (!isCommand) {
-            if (m_activeCommands.isEmpty())
+            if (m_activeCommands.isEmpty() && !isControl)
                 writeText(*m_out, token);
+            continue;
+        }
+        // Version 2 writes an empty command, "%%%%", as a literal mark.
+        if (loop && token == QLatin1String("%%%%")) {
+            if (m_activeCommands.isEmpty())
+                *m_out << QLatin1String("%%");
             continue;
         }
         // Every command starts from an empty parameter: one without "(" has none.
@@ -119,6 +170,9 @@ bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &n
         if (!processCommand(name, parameter))
             return false;
     }
+    // A report written into a control line still ends with the line.
+    if (isControl && inlineComments(m_engine) != comments)
+        *m_out << QLatin1Char('\n');
     return true;
 }
 
@@ -127,9 +181,13 @@ bool TessivaneTemplateParser::processCommand(QString &name, QString &parameter)
     const int result = executeCommand(name, parameter);
     if (result == TessivaneTemplateCommand::CommandUnhandled && m_activeCommands.isEmpty()) {
         warning("No command handler for '%s' found", formatArgument(name).constData());
-    } else if (result == TessivaneTemplateCommand::CommandVersionSet && m_version > ParserVersion) {
-        warning("template is version %d, parser is version %d.", m_version, int(ParserVersion));
-        return false;
+    } else if (result == TessivaneTemplateCommand::CommandVersionSet) {
+        // The parser understands the engine's language version.
+        const int version = m_engine->languageVersion();
+        if (m_version > version) {
+            warning("template is version %d, parser is version %d.", m_version, version);
+            return false;
+        }
     }
     return true;
 }
@@ -221,6 +279,7 @@ void TessivaneTemplateParser::warningInOutstream(const char *format, ...)
     const QString text = formatV(format, args);
     va_end(args);
 
+    countInlineComment(m_engine);
     *m_out << QLatin1Char(' ') << prefix << QLatin1Char(' ') << text;
     const QString suffix = m_engine->commentSuffix();
     if (!suffix.isEmpty())

@@ -10,6 +10,7 @@
 class Tessivane;
 class TessivaneTemplate;
 class TessivaneTemplateCommand;
+class TessivaneTemplateCommandForeach;
 
 /**
  * \brief Runs one template input from its first line to its last.
@@ -77,8 +78,11 @@ public:
 
 private:
     Q_DISABLE_COPY(TessivaneTemplateParser)
+    // Renders a loop's block with a parser whose lines count from the block's first.
+    friend class TessivaneTemplateCommandForeach;
 
-    bool processCommandLine(const QString &line, QString &name, QString &parameter);
+    bool processCommandLine(const QString &line, QString &name, QString &parameter,
+                            TessivaneTemplateCommandForeach *loop);
     bool processCommand(QString &name, QString &parameter);
     void report(const char *kind, const QString &message, bool isDebug);
     int readFailed(const QString &reason);

@@ -1,0 +1,20 @@
+#ifndef TESSIVANETEMPLATE_REGISTRYKEY_P_H
+#define TESSIVANETEMPLATE_REGISTRYKEY_P_H
+
+#include <QString>
+#include <QStringRef>
+
+class TessivaneTemplate;
+
+namespace TessivaneTemplatePrivate {
+
+// A registry key as a template writes it, made into the key asked for: every
+// "$REGROOT" becomes the engine's registry root, then, inside the body of a
+// FOREACH, every loop name ("$" and upper-case letters, digits and "_") that
+// a loop binds becomes the key of its current child. Names no loop binds stay
+// as they are.
+QString expandRegistryKey(const QStringRef &key, const TessivaneTemplate *engine);
+
+} // namespace TessivaneTemplatePrivate
+
+#endif

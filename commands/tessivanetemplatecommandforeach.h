@@ -1,0 +1,69 @@
+#ifndef TESSIVANETEMPLATECOMMANDFOREACH_H
+#define TESSIVANETEMPLATECOMMANDFOREACH_H
+
+#include "tessivanetemplatecommand.h"
+
+#include <QString>
+#include <QStringRef>
+
+/**
+ * \brief Loops of version 2: "FOREACH $NAME IN REG(prefix)" ... "ENDFOREACH", and "ITEM($NAME)".
+ *
+ * The FOREACH puts this object on the parser's active-command list, and the
+ * parser hands it the text of the block, token by token, as it is written,
+ * until the ENDFOREACH that closes it. Then the block is rendered once for
+ * each child of the registry key prefix (the distinct next path segments of
+ * the keys below it, in numeric order when every one is a decimal number and
+ * by character code otherwise), each time by a parser of its own on the same
+ * engine, with $NAME in registry keys standing for prefix/child and
+ * ITEM($NAME) writing the child. Reports inside the block name the template's
+ * file and line.
+ *
+ * An ENDFOREACH without FOREACH, a loop header that is not of that form and
+ * an ITEM of a name no loop binds are reported with warning(); a FOREACH left
+ * open at the end of the input is reported by finish(). Parsers of version 1
+ * have no such object.
+ *
+ * \sa TessivaneTemplateParser, TessivaneTemplateCommandReg
+ */
+class TESSIVANETEMPLATE_EXPORT TessivaneTemplateCommandForeach : public TessivaneTemplateCommand
+{
+public:
+    ~TessivaneTemplateCommandForeach() override;
+    /// Names that begin with "FOREACH", "ENDFOREACH" and "ITEM".
+    bool isResponsibleFor(const QString &name) override;
+    int executeCommand(TessivaneTemplateParser *parser, const QString &name,
+                       const QString &parameter) override;
+
+    /// Whether a block is being read.
+    bool isCapturing() const;
+    /**
+     * Takes \a token, of line \a lineNumber, into the block. Returns false,
+     * taking nothing, for the ENDFOREACH that closes the block, which the
+     * parser then dispatches. \a isControlLine tells a line of nothing but
+     * control commands: the rest of the header's line and the start of the
+     * closing line are then no part of the block.
+     */
+    bool capture(const QStringRef &token, bool isCommand, int lineNumber, bool isControlLine);
+    /// Reports a block left open at the end of the input.
+    void finish(TessivaneTemplateParser *parser);
+
+private:
+    int begin(TessivaneTemplateParser *parser, const QString &name, const QString &parameter);
+    int end(TessivaneTemplateParser *parser);
+    int writeItem(TessivaneTemplateParser *parser, const QString &parameter);
+    void render(TessivaneTemplateParser *parser, const QString &item);
+
+    bool m_isCapturing = false;
+    bool m_isValid = false; // a header of the right form, whose prefix could be read
+    int m_depth = 0; // loops opened inside the block and not yet closed
+    int m_headerLine = 0;
+    int m_bodyLine = 0; // the line the block's first token stands on
+    int m_lastLine = 0;
+    int m_lastLineStart = 0; // where the text of m_lastLine begins in m_body
+    QString m_body;
+    QString m_name; // "$NAME"
+    QString m_prefix; // expanded, without a trailing "/"
+};
+
+#endif
