@@ -38,37 +38,50 @@ QString numberText(double number)
     return QString::number(number, 'g', QLocale::FloatingPointShortest);
 }
 
-// Collects the values below \a key. A number too large to be held exactly
-// would be stored changed, so its key goes to \a inexact instead.
-void collectJson(const QString &key, const QJsonValue &value, Values &values, QString &inexact)
+// What a JSON file makes of the registry: keys removed with everything below
+// them, then values stored.
+struct JsonContent
+{
+    Values values;
+    QStringList removals;
+    QString inexact; // the key of a number too large to be held exactly
+};
+
+// Collects the values below \a key. An array replaces whatever earlier files
+// stored under its key as a whole, and null removes it, so that a shorter
+// list leaves no stale element behind.
+void collectJson(const QString &key, const QJsonValue &value, JsonContent &content)
 {
     switch (value.type()) {
     case QJsonValue::Object: {
         const QJsonObject object = value.toObject();
         for (auto it = object.begin(); it != object.end(); ++it)
-            collectJson(key + QLatin1Char('/') + it.key(), it.value(), values, inexact);
+            collectJson(key + QLatin1Char('/') + it.key(), it.value(), content);
         break;
     }
     case QJsonValue::Array: {
+        content.removals << key;
         const QJsonArray array = value.toArray();
         for (int i = 0; i < array.size(); ++i)
-            collectJson(key + QLatin1Char('/') + QString::number(i), array.at(i), values, inexact);
+            collectJson(key + QLatin1Char('/') + QString::number(i), array.at(i), content);
         break;
     }
     case QJsonValue::String:
-        values.append(qMakePair(key, value.toString()));
+        content.values.append(qMakePair(key, value.toString()));
         break;
     case QJsonValue::Double:
         if (std::fabs(value.toDouble()) < s_largestExactInteger)
-            values.append(qMakePair(key, numberText(value.toDouble())));
-        else if (inexact.isNull())
-            inexact = key;
+            content.values.append(qMakePair(key, numberText(value.toDouble())));
+        else if (content.inexact.isNull())
+            content.inexact = key;
         break;
     case QJsonValue::Bool:
-        values.append(
+        content.values.append(
             qMakePair(key, QString(value.toBool() ? QLatin1Char('1') : QLatin1Char('0'))));
         break;
     case QJsonValue::Null:
+        content.removals << key;
+        break;
     case QJsonValue::Undefined:
         break;
     }
@@ -172,6 +185,13 @@ bool TessivaneRegistryFile::load(const QString &fileName, Tessivane *backend)
         return fail(fileName + QLatin1String(": cannot read registry file: ") + error);
     if (!parse(fileName, data))
         return false;
+    for (const QString &removed : qAsConst(m_removals)) {
+        const QString below = removed + QLatin1Char('/');
+        for (const QString &key : backend->keys()) {
+            if (key == removed || key.startsWith(below))
+                backend->remove(key);
+        }
+    }
     for (const auto &entry : qAsConst(m_values))
         backend->set(entry.first, entry.second);
     return true;
@@ -180,19 +200,27 @@ bool TessivaneRegistryFile::load(const QString &fileName, Tessivane *backend)
 bool TessivaneRegistryFile::parse(const QString &fileName, const QByteArray &data)
 {
     m_values.clear();
+    m_removals.clear();
     m_errorString.clear();
     const QByteArray content = data.startsWith(s_utf8Bom) ? data.mid(s_utf8Bom.size()) : data;
     const bool isOk = fileName.endsWith(QLatin1String(".json"), Qt::CaseInsensitive)
         ? parseJson(fileName, content)
         : parseLines(fileName, content);
-    if (!isOk)
+    if (!isOk) {
         m_values.clear();
+        m_removals.clear();
+    }
     return isOk;
 }
 
 QList<QPair<QString, QString>> TessivaneRegistryFile::values() const
 {
     return m_values;
+}
+
+QStringList TessivaneRegistryFile::removedKeys() const
+{
+    return m_removals;
 }
 
 QString TessivaneRegistryFile::errorString() const
@@ -216,11 +244,13 @@ bool TessivaneRegistryFile::parseJson(const QString &fileName, const QByteArray 
     if (!document.isObject())
         return fail(fileName
                     + QLatin1String(": the top level of a JSON registry file must be an object"));
-    QString inexact;
-    collectJson(QString(), QJsonValue(document.object()), m_values, inexact);
-    if (!inexact.isNull())
-        return fail(fileName + QLatin1String(": the number of ") + inexact
+    JsonContent content;
+    collectJson(QString(), QJsonValue(document.object()), content);
+    if (!content.inexact.isNull())
+        return fail(fileName + QLatin1String(": the number of ") + content.inexact
                     + QLatin1String(" is too large to be kept exactly; write it as a string"));
+    m_values = content.values;
+    m_removals = content.removals;
     return true;
 }
 

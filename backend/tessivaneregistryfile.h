@@ -6,6 +6,7 @@
 #include <QList>
 #include <QPair>
 #include <QString>
+#include <QStringList>
 
 class Tessivane;
 
@@ -17,6 +18,10 @@ class Tessivane;
  * segments ({"etc":{"port":80}} gives "/etc/port"); any other file holds one
  * "key = value" a line, with blank lines and "#" comments skipped and values
  * optionally in double quotes with the escapes \" \\ \n \t.
+ *
+ * Files loaded one after the other override as layered configuration does:
+ * a JSON array replaces whatever was stored under its key as a whole, a JSON
+ * null removes it, objects merge member by member, and a line sets its key.
  *
  * Loading is all or nothing: when the file has an error, nothing from it is
  * stored and errorString() names the file, and the line (and column for
@@ -42,6 +47,12 @@ public:
     bool parse(const QString &fileName, const QByteArray &data);
     /// The key/value pairs of the last successful parse(), in file order.
     QList<QPair<QString, QString>> values() const;
+    /**
+     * The keys whose values, and every value below them, the last successful
+     * parse() removes before it stores values(): those of JSON arrays, which
+     * replace as a whole, and of JSON nulls.
+     */
+    QStringList removedKeys() const;
     /// Why the last load() or parse() failed; empty after a success.
     QString errorString() const;
 
@@ -53,6 +64,7 @@ private:
     bool fail(const QString &message);
 
     QList<QPair<QString, QString>> m_values;
+    QStringList m_removals;
     QString m_errorString;
 };
 
