@@ -273,10 +273,6 @@ bool readTemplate(TomlReader &reader, const toml::table &table, TemplateSettings
         if (!number || (number->get() != 1 && number->get() != 2))
             return reader.fail(language->source(), QStringLiteral("template.language"),
                                QStringLiteral("expected 1 or 2"));
-        // Rendering a version-2 template as version 1 would change its output unseen.
-        if (number->get() == 2)
-            return reader.fail(language->source(), QStringLiteral("template.language"),
-                               QStringLiteral("version 2 is not available in this build"));
         settings.language = int(number->get());
     }
     for (const char *required : {"source", "destination"}) {

@@ -129,6 +129,7 @@ bool SyncCycle::render(const TemplateSettings &settings, Tessivane &registry, Re
     engine.setRegRoot(root.constData());
     engine.setCommentPrefix(settings.commentPrefix.constData());
     engine.setCommentSuffix(settings.commentSuffix.constData());
+    engine.setLanguageVersion(settings.language);
     if (!tags.isEmpty())
         engine.addTag(&tags);
     const int result =

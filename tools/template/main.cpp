@@ -56,6 +56,7 @@ struct Options
     QByteArray commentSuffix;
     bool isDebug = false;
     bool isStrict = false;
+    int language = 1;
 
     bool writesToStandardOutput() const
     {
@@ -94,6 +95,11 @@ struct OptionSet
                             QStringLiteral("TAG(NAME) writes TEXT; IF TAG(NAME) compares TEXT as "
                                            "an integer; repeatable, the first definition wins."),
                             QStringLiteral("NAME=TEXT")};
+    QCommandLineOption language {QStringLiteral("language"),
+                                 QStringLiteral("The template language version: 1 (the default) or "
+                                                "2, with ELSE, FOREACH, ITEM, %%%%, REG_JSON and "
+                                                "REG_SHELL."),
+                                 QStringLiteral("N")};
     QCommandLineOption strict {QStringLiteral("strict"),
                                QStringLiteral("Treat any warning but a registry default as a "
                                               "failure (exit status 4, OUTPUT untouched, nothing "
@@ -112,8 +118,8 @@ void setUp(QCommandLineParser &parser, const OptionSet &options)
                        "template version, 2 usage or registry file error, 3 file error, "
                        "4 warning under --strict."));
     parser.addOptions({options.registry, options.set, options.env, options.root, options.prefix,
-                       options.suffix, options.debug, options.tag, options.strict, options.help,
-                       options.version});
+                       options.suffix, options.debug, options.tag, options.language, options.strict,
+                       options.help, options.version});
     parser.addPositionalArgument(QStringLiteral("TEMPLATE"),
                                  QStringLiteral("The template file, or - for standard input."));
     parser.addPositionalArgument(QStringLiteral("OUTPUT"),
@@ -173,6 +179,16 @@ bool readOptions(QCommandLineParser &parser, const OptionSet &set, Options &opti
     options.registry.includesEnvironment = parser.isSet(set.env);
     options.isDebug = parser.isSet(set.debug);
     options.isStrict = parser.isSet(set.strict);
+    if (parser.isSet(set.language)) {
+        const QString language = parser.value(set.language);
+        options.language = language == QLatin1String("1") ? 1
+            : language == QLatin1String("2")              ? 2
+                                                          : 0;
+        if (options.language == 0) {
+            error = QLatin1String("--language takes 1 or 2, not '") + language + QLatin1Char('\'');
+            return false;
+        }
+    }
     if (!splitAssignments(parser.values(set.set), QStringLiteral("--set"),
                           QStringLiteral("KEY=VALUE"), options.registry.values, error)
         || !splitAssignments(parser.values(set.tag), QStringLiteral("--tag"),
@@ -283,6 +299,7 @@ int main(int argc, char **argv)
     engine.setCommentPrefix(options.commentPrefix.constData());
     engine.setCommentSuffix(options.commentSuffix.constData());
     engine.setShowDebug(options.isDebug);
+    engine.setLanguageVersion(options.language);
     if (!tags.isEmpty())
         engine.addTag(&tags);
     try {
