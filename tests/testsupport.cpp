@@ -64,6 +64,7 @@ void expectTranscript(const TranscriptRow &row, const QString &dir)
     environment.insert("T", TT_TOOL_PATH);
     environment.insert("S", TT_SYNC_PATH);
     environment.insert("SHIM", TT_FAILSHIM_PATH);
+    environment.insert("EXAMPLES", TT_EXAMPLES_DIR);
     environment.insert("LC_ALL", "C.UTF-8");
     shell.setProcessEnvironment(environment);
     shell.start("bash", {"-c", QString::fromStdString(row.script)});

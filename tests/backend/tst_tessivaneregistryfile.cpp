@@ -80,6 +80,29 @@ TEST_P(TessivaneRegistryFile, StoresAllValuesOrNothing)
 INSTANTIATE_TEST_SUITE_P(Files, TessivaneRegistryFile, ::testing::ValuesIn(s_loadRows),
                          testRowName);
 
+// A later file overrides as layered configuration does: an array replaces the earlier one whole,
+// null removes, objects merge; the line format only sets, "null" included.
+TEST(TessivaneRegistryFileLoad, LaterFilesOverrideAsLayers)
+{
+    QTemporaryDir dir;
+    writeFile(dir.filePath("base.json"),
+              R"({"l":["a","b",{"w":1}],"n":{"a":1,"b":2},"o":{"x":1}})");
+    writeFile(dir.filePath("top.json"), R"({"l":["x","y"],"n":null,"o":{"y":2}})");
+    writeFile(dir.filePath("last.conf"), "o/x = null\n");
+    Tessivane backend;
+    for (const char *name : {"base.json", "top.json", "last.conf"}) {
+        ::TessivaneRegistryFile file;
+        ASSERT_TRUE(file.load(dir.filePath(name), &backend)) << name;
+    }
+    QStringList stored;
+    for (const QString &key : backend.keys()) {
+        QString value;
+        backend.get(key, value, _RegEntryParam {0}, QString());
+        stored << key + '=' + value;
+    }
+    EXPECT_EQ(stored, QStringList({"/l/0=x", "/l/1=y", "/o/x=1", "/o/y=2", "o/x=null"}));
+}
+
 TEST(TessivaneRegistryFileLoad, RefusesNullBackend)
 {
     ::TessivaneRegistryFile file;

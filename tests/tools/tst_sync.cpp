@@ -114,6 +114,11 @@ chmod 644 out/a; $S a.toml; stat -c '%a %U %g' out/a)sh",
      "640 nobody 12345\nuntouched\n640 nobody 12345\n",
      s_log + "@/out/a: replaced @/out/a\n" + s_log + "@/out/a: unchanged @/out/a\n" + s_log
          + "@/out/a: replaced @/out/a\n"},
+    {"LanguageTwo", s_setup + R"sh(
+echo '%%FOREACH $X IN REG(/l)%%%%ITEM($X)%%=%%REG_JSON($X)%% %%ENDFOREACH%%' > l.tmpl
+printf '[registry]\nvalues = { "/l/a" = "1", "/l/b" = "2" }\n' > l.toml
+printf '[[template]]\nname = "l"\nsource = "l.tmpl"\ndestination = "out/l"\nlanguage = 2\n' >> l.toml
+$S l.toml; echo $?; cat out/l)sh", "0\na=\"1\" b=\"2\" \n", s_log + "l: replaced @/out/l\n"},
     // The timeout ends the check's whole process group.
     {"HangingCheckKilledWithChildren", s_setup + R"sh(
 printf '[[template]]\nname = "hang"\nsource = "plain.tmpl"\ndestination = "out/h"\n' > h.toml

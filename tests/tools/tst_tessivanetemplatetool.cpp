@@ -111,6 +111,10 @@ const ToolRow s_rows[] = {
     // The environment comes after the files and before --set.
     {"Environment", {"-e", "-s", "/env/QT_MESSAGE_PATTERN=set", "-r", "r.conf", "--env", "t.tmpl"},
      "%%REG(/env/QT_MESSAGE_PATTERN)%%|%%REG(/env/TT_RUN)%%", 0, "set|tool\n", ""},
+    {"LanguageTwo", {"--language", "2", "-s", "/t=1", "t.tmpl"},
+     "%%IF REG(/t)%%a%%ELSE%%b%%ENDIF%% %%%%", 0, "a %%\n", ""},
+    {"LanguageUnknown", {"--language", "3", "t.tmpl"}, "", 2, "",
+     usage("--language takes 1 or 2, not '3'")},
     {"UnknownOption", {"--bogus", "missing.tmpl", "out.conf"}, "", 2, "",
      usage("Unknown option 'bogus'.")},
     {"OptionWithoutValue", {"t.tmpl", "-r"}, "", 2, "", usage("Missing value after '-r'.")},
@@ -173,6 +177,20 @@ TEST_P(TessivaneTemplateTool, RendersOrLeavesOutputAsItWas)
 
 INSTANTIATE_TEST_SUITE_P(Runs, TessivaneTemplateTool, ::testing::ValuesIn(s_rows), testRowName);
 
+// The shipped version-2 example is a configuration nginx itself accepts.
+TEST_F(TessivaneTemplateTool, RendersTheLanguageTwoExampleForNginx)
+{
+    QTemporaryDir dir;
+    expectTranscript({"NginxExample", R"sh(
+command -v nginx >/dev/null || { echo "no nginx here" >&2; exit 77; }
+$T --strict --language 2 -r $EXAMPLES/language2/web.json $EXAMPLES/language2/nginx.conf.tmpl \
+    nginx.conf 2>/dev/null
+echo $?; grep -c 'server 10.0' nginx.conf
+nginx -t -q -e stderr -c $PWD/nginx.conf -p $PWD/ -g "pid $PWD/nginx.pid;"; echo $?)sh",
+                      "0\n3\n0\n", ""},
+                     dir.path());
+}
+
 TEST_F(TessivaneTemplateTool, NewOutputGetsDefaultModeLessUmask)
 {
     QTemporaryDir dir;
@@ -193,7 +211,7 @@ TEST_F(TessivaneTemplateTool, HelpListsEveryOptionAndVersionPrintsIt)
     for (const char *option :
          {"-r, --registry <FILE>", "-s, --set <KEY=VALUE>", "-e, --env", "-R, --root <PATH>",
           "--comment-prefix <TEXT>", "--comment-suffix <TEXT>", "-d, --debug",
-          "-t, --tag <NAME=TEXT>", "--strict", "-h, --help", "-V, --version"})
+          "-t, --tag <NAME=TEXT>", "--language <N>", "--strict", "-h, --help", "-V, --version"})
         EXPECT_TRUE(help.out.contains(option)) << option;
     const ToolRun version = runTool(dir.path(), {"-V", "missing.tmpl"});
     EXPECT_EQ(version.code, 0);

@@ -179,7 +179,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size)
         return -1;
 
     // The first byte also picks the engine's settings, so that diagnostics in
-    // the output and debug reports are fuzzed along with the text.
+    // the output, debug reports and both language versions are fuzzed along
+    // with the text.
     const unsigned settings = size ? bytes[0] : 0;
     TessivaneTemplate engine;
     engine.setRegistryBackend(&s_fixture->registry);
@@ -187,6 +188,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size)
     engine.setShowDebug(settings & 1);
     engine.setCommentPrefix(settings & 2 ? "#" : "");
     engine.setCommentSuffix(settings & 4 ? "*/" : "");
+    engine.setLanguageVersion(settings & 8 ? 2 : 1);
     engine.addTag(&s_fixture->hostTag);
     engine.setDefaultTagHandler(&s_fixture->defaultTag);
 
