@@ -53,8 +53,9 @@ need() {
 
 base_packages=(cmake make g++ pkg-config qtbase5-dev libacl1-dev libattr1-dev
     libtomlplusplus-dev libsystemd-dev diffutils util-linux)
-# What the tests use besides: GoogleTest, setfacl and setfattr, ps, and systemd-analyze.
-test_packages=(libgtest-dev acl attr procps systemd)
+# What the tests use besides: GoogleTest, setfacl and setfattr, ps, systemd-analyze, and nginx,
+# which checks the configuration the version-2 example renders.
+test_packages=(libgtest-dev acl attr procps systemd nginx-light)
 
 # configure DIR [CMAKE ARGS...]
 configure() {
@@ -99,6 +100,8 @@ render_example() {
     cd "$top/examples"
     "$prefix/bin/tessivane-template" -r registry.json -r overrides.conf -R /etc/webshop \
         -t hostname=shop-01 -t workers=4 --comment-prefix '#' service.conf.tmpl
+    echo
+    "$prefix/bin/tessivane-template" --language 2 -r language2/web.json language2/nginx.conf.tmpl
     # What the sync example would change; 3 says that something would.
     echo
     "$prefix/bin/tessivane-sync" --dry-run sync/sync.toml || [ $? -eq 3 ]
