@@ -22,6 +22,7 @@ struct Slot
 
 // Fixed storage: a signal handler can neither allocate nor take a lock.
 Slot s_slots[64];
+volatile sig_atomic_t s_processGroup = 0;
 
 void removeAllAndRaise(int signalNumber)
 {
@@ -29,6 +30,8 @@ void removeAllAndRaise(int signalNumber)
         if (slot.isUsed)
             ::unlinkat(slot.directory, slot.name, 0);
     }
+    if (s_processGroup > 0)
+        ::kill(-pid_t(s_processGroup), SIGTERM);
     // The handler was installed to run once: the signal now takes its course.
     ::raise(signalNumber);
 }
@@ -60,6 +63,11 @@ int add(int directory, const QByteArray &name)
         return i;
     }
     return -1;
+}
+
+void setProcessGroup(pid_t group)
+{
+    s_processGroup = group;
 }
 
 void remove(int slot)

@@ -5,6 +5,7 @@
 #include <QList>
 
 #include <csignal>
+#include <sys/types.h>
 
 /**
  * \brief The names of temporary files that a signal must not leave behind.
@@ -35,6 +36,10 @@ void remove(int slot);
  * EFBIG and is reported rather than killing the process.
  */
 void installSignalCleanup(const QList<int> &handledElsewhere = {});
+
+/// Names the process group of a command that runs for the tool, 0 for none: a signal that ends the
+/// tool ends it too.
+void setProcessGroup(pid_t group);
 
 /// Holds back every signal while it exists, so that a name is listed as it comes to be.
 class Blocker

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <sys/file.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -227,6 +228,10 @@ bool ReplacingFile::open()
 
 bool ReplacingFile::openFile(int descriptor)
 {
+    // A temporary is locked while it lives, so that no other run takes it for
+    // a leftover; a stream needs no lock.
+    if (!m_isInPlace)
+        ::flock(descriptor, LOCK_EX | LOCK_NB);
     if (m_file.openDescriptor(descriptor))
         return true;
     ::close(descriptor);
@@ -396,9 +401,16 @@ bool ReplacingFile::commit()
         return true;
     if (::fsync(m_file.handle()) != 0)
         return fail(QStringLiteral("cannot write"), errno);
-    const bool hasAttributes = current.fd >= 0 ? takeOverAttributes(current.fd) : setNewFileMode();
-    m_wasReplaced = hasAttributes && applyAttributes() && linkAndRename();
-    return m_wasReplaced;
+    return (m_hasAttributes || giveAttributes(current.fd)) && isStagedIntact() && linkAndRename();
+}
+
+// The attributes of the file replaced (\a current, or -1 for a new one),
+// then those setAttributes() gave.
+bool ReplacingFile::giveAttributes(int current)
+{
+    m_hasAttributes =
+        (current >= 0 ? takeOverAttributes(current) : setNewFileMode()) && applyAttributes();
+    return m_hasAttributes;
 }
 
 // The target opened for reading; -1 when there is none, -2 when it cannot be
@@ -435,9 +447,40 @@ bool ReplacingFile::copyWritten(QIODevice &device)
     }
 }
 
+// The staged file has its final attributes, so that a check reads it as the
+// service will. What the check might do to it is noted, to be refused.
 bool ReplacingFile::stage()
 {
-    return checkWritten() && (m_isInPlace || !m_named.isEmpty() || linkTemporary());
+    if (!checkWritten())
+        return false;
+    if (m_isInPlace || !m_named.isEmpty())
+        return true;
+    const Descriptor current(openCurrent());
+    if (current.fd == -2 || !giveAttributes(current.fd) || !linkTemporary())
+        return false;
+    return ::fstat(m_file.handle(), &m_staged) == 0 || fail(QStringLiteral("cannot write"), errno);
+}
+
+// A check that wrote into the staged file, changed its attributes or put
+// another file under its name must not have its work put in place.
+bool ReplacingFile::isStagedIntact()
+{
+    if (m_staged.st_ino == 0)
+        return true;
+    struct stat named;
+    struct stat now;
+    const bool isSame =
+        ::fstatat(m_directory, m_named.constData(), &named, AT_SYMLINK_NOFOLLOW) == 0
+        && ::fstat(m_file.handle(), &now) == 0 && named.st_dev == now.st_dev
+        && named.st_ino == now.st_ino && now.st_size == m_staged.st_size
+        && now.st_mode == m_staged.st_mode && now.st_uid == m_staged.st_uid
+        && now.st_gid == m_staged.st_gid && now.st_mtim.tv_sec == m_staged.st_mtim.tv_sec
+        && now.st_mtim.tv_nsec == m_staged.st_mtim.tv_nsec
+        && now.st_ctim.tv_sec == m_staged.st_ctim.tv_sec
+        && now.st_ctim.tv_nsec == m_staged.st_ctim.tv_nsec;
+    return isSame
+        || fail(QStringLiteral("the check changed the staged file of"),
+                QStringLiteral("nothing is replaced"));
 }
 
 // What setAttributes() gave goes over what the replaced file had.
@@ -461,8 +504,13 @@ void ReplacingFile::removeLeftovers()
     for (const QString &entry :
          directory.entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks)) {
         const QByteArray name = QFile::encodeName(entry);
-        if (name.size() == prefix.size() + s_randomLetters && name.startsWith(prefix)
-            && name != m_named)
+        if (name.size() != prefix.size() + s_randomLetters || !name.startsWith(prefix)
+            || name == m_named)
+            continue;
+        // Another run's temporary is locked while that run lives.
+        const Descriptor leftover(
+            ::openat(m_directory, name.constData(), O_RDONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
+        if (leftover.fd >= 0 && ::flock(leftover.fd, LOCK_EX | LOCK_NB) == 0)
             ::unlinkat(m_directory, name.constData(), 0);
     }
 }
@@ -563,6 +611,7 @@ bool ReplacingFile::linkAndRename()
     // to copying when the system refuses (another device, a bind mount).
     if (::renameat(m_directory, m_named.constData(), m_directory, m_baseName.constData()) != 0)
         return fail(QStringLiteral("cannot replace"), errno);
+    m_wasReplaced = true;
     PendingNames::remove(m_pendingSlot);
     m_pendingSlot = -1;
     m_named.clear();

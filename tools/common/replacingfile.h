@@ -100,8 +100,10 @@ private:
     int openCurrent();
     bool isUnchanged(int current);
     bool applyAttributes();
+    bool giveAttributes(int current);
     bool takeOverAttributes(int current);
     bool setNewFileMode();
+    bool isStagedIntact();
     bool takeOverOwner(const struct stat &status, mode_t &mode);
     bool linkAndRename();
     bool linkTemporary();
@@ -125,6 +127,8 @@ private:
     uid_t m_owner = uid_t(-1);
     gid_t m_group = gid_t(-1);
     bool m_wasReplaced = false;
+    bool m_hasAttributes = false; // the temporary has them already, given when it was staged
+    struct stat m_staged = {}; // the temporary as it was staged
     QString m_error;
 };
 
