@@ -1,12 +1,41 @@
 #include "commandrunner.h"
 
+#include "pendingnames.h"
+
+#include <QElapsedTimer>
 #include <QProcess>
 
-#include <csignal>
+#include <unistd.h>
 
 namespace {
 
 const int s_killGraceMs = 5000;
+const int s_sliceMs = 100;
+
+// A shell that leads a session and process group of its own.
+class GroupLeader : public QProcess
+{
+protected:
+    void setupChildProcess() override { ::setsid(); }
+};
+
+// SIGTERM to the group, then SIGKILL once the grace time is over with any of it left.
+void endGroup(QProcess &process, pid_t group)
+{
+    ::kill(-group, SIGTERM);
+    QElapsedTimer grace;
+    grace.start();
+    process.waitForFinished(s_killGraceMs);
+    while (::kill(-group, 0) == 0 && grace.elapsed() < s_killGraceMs)
+        ::usleep(s_sliceMs * 1000);
+    ::kill(-group, SIGKILL);
+    process.waitForFinished(-1);
+}
+
+QString duration(int ms)
+{
+    return ms % 1000 == 0 ? QStringLiteral("%1 s").arg(ms / 1000) : QStringLiteral("%1 ms").arg(ms);
+}
 
 } // namespace
 
@@ -17,33 +46,38 @@ QString shellQuoted(const QString &text)
         + QLatin1Char('\'');
 }
 
-bool CommandRunner::run(const QString &command, int timeoutMs)
+bool CommandRunner::run(const QString &command, const QString &directory, int timeoutMs,
+                        const volatile sig_atomic_t *stopRequested)
 {
     m_output.clear();
     m_failure.clear();
-    QProcess process;
+    GroupLeader process;
     process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(QStringLiteral("setsid"),
-                  {QStringLiteral("/bin/sh"), QStringLiteral("-c"), command});
+    process.setWorkingDirectory(directory);
+    process.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), command});
     if (!process.waitForStarted()) {
         m_failure = QLatin1String("cannot start: ") + process.errorString();
         return false;
     }
     process.closeWriteChannel();
-    const bool isTimely = process.waitForFinished(timeoutMs);
-    if (!isTimely) {
-        const pid_t group = pid_t(process.processId());
-        ::kill(-group, SIGTERM);
-        if (!process.waitForFinished(s_killGraceMs)) {
-            ::kill(-group, SIGKILL);
-            process.waitForFinished(-1);
+    const pid_t group = pid_t(process.processId());
+    PendingNames::setProcessGroup(group);
+    // In slices, so that a stop is seen while the command runs.
+    QElapsedTimer elapsed;
+    elapsed.start();
+    while (!process.waitForFinished(qMin<qint64>(s_sliceMs, timeoutMs - elapsed.elapsed()))) {
+        if (*stopRequested || elapsed.elapsed() >= timeoutMs) {
+            endGroup(process, group);
+            m_failure = *stopRequested ? QStringLiteral("ended as the tool stops")
+                                       : QLatin1String("timed out after ") + duration(timeoutMs);
+            break;
         }
-        m_failure = QStringLiteral("timed out after %1 ms").arg(timeoutMs);
-    } else if (process.exitStatus() == QProcess::CrashExit) {
-        m_failure = QStringLiteral("ended by a signal");
-    } else if (process.exitCode() != 0) {
-        m_failure = QStringLiteral("exit status %1").arg(process.exitCode());
     }
+    PendingNames::setProcessGroup(0);
+    if (m_failure.isEmpty() && process.exitStatus() == QProcess::CrashExit)
+        m_failure = QStringLiteral("ended by a signal");
+    else if (m_failure.isEmpty() && process.exitCode() != 0)
+        m_failure = QStringLiteral("exit status %1").arg(process.exitCode());
     m_output = process.readAll();
     return m_failure.isEmpty();
 }

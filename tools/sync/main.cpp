@@ -69,19 +69,6 @@ void setUp(QCommandLineParser &parser, const OptionSet &options)
         QStringLiteral("[CONFIG...]"));
 }
 
-// Names given with -n that no template has are a usage error.
-QString unknownName(const QStringList &names, const SyncConfiguration &configuration)
-{
-    for (const QString &name : names) {
-        bool isKnown = false;
-        for (const TemplateSettings &settings : configuration.templates)
-            isKnown = isKnown || settings.name == name;
-        if (!isKnown)
-            return name;
-    }
-    return QString();
-}
-
 int runOnce(const SyncConfiguration &configuration, const QStringList &names, bool isDryRun)
 {
     PendingNames::installSignalCleanup();
@@ -135,16 +122,12 @@ int main(int argc, char **argv)
         ReportLog::printError(configuration->errorString());
         return UsageError;
     }
-    // Read and checked, but no source serves it yet: running without it would
-    // render every template from an incomplete registry.
-    if (configuration->etcd.isSet) {
-        ReportLog::printError(QStringLiteral("[etcd] is not available in this build"));
-        return UsageError;
-    }
     const QStringList names = parser.values(options.name);
-    const QString unknown = unknownName(names, *configuration);
-    if (!unknown.isEmpty())
-        return usageError(QLatin1String("no template is named '") + unknown + QLatin1Char('\''));
+    const QString problem = configuration->problemWith(names);
+    if (!problem.isEmpty())
+        return usageError(problem);
+    if (configuration->templates.isEmpty())
+        ReportLog::printError(QStringLiteral("no template is configured"));
     if (!isWatching)
         return runOnce(*configuration, names, isDryRun);
     PendingNames::installSignalCleanup({SIGHUP, SIGTERM, SIGINT});

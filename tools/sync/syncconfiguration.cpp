@@ -12,6 +12,7 @@
 #include <grp.h>
 #include <pwd.h>
 
+#include <algorithm>
 #include <functional>
 #include <initializer_list>
 
@@ -180,6 +181,8 @@ public:
         return true;
     }
 
+    QString directory() const { return m_directory.absolutePath(); }
+
 private:
     QString m_fileName;
     QDir m_directory;
@@ -202,6 +205,13 @@ bool principal(TomlReader &reader, const toml::table &table, const char *key, Id
     if (!node->is_string())
         return reader.fail(node->source(), name, QStringLiteral("expected a name or a number"));
     const std::string text(node->as_string()->get());
+    // Digits alone are an id, as chown(1) takes them.
+    bool isNumber = false;
+    const uint number = fromStd(text).toUInt(&isNumber, 10);
+    if (isNumber && !text.empty() && text[0] != '+' && number <= 0x7FFFFFFF) {
+        id = Id(number);
+        return true;
+    }
     if (!lookup(text.c_str(), id))
         return reader.fail(node->source(), name,
                            QLatin1String("no such ") + QLatin1String(key) + QLatin1String(" '")
@@ -225,20 +235,23 @@ bool lookUpGroup(const char *name, gid_t &id)
     return entry;
 }
 
-// "0640" as a string of octal digits, or a TOML octal integer 0o640.
+// "0640" as a string of octal digits, or a TOML octal integer 0o640. A plain
+// integer would be read in decimal, 640 giving 01200: it is refused.
 bool fileMode(TomlReader &reader, const toml::table &table, int &mode)
 {
     const toml::node *node = table.get("mode");
     if (!node)
         return true;
-    bool isOk = false;
-    int value = -1;
-    if (const auto *number = node->as_integer())
-        value = int(number->get());
-    else if (node->is_string())
-        value = fromStd(node->as_string()->get()).toInt(&isOk, 8);
-    if ((node->is_integer() || isOk) && value >= 0 && value <= 07777) {
-        mode = value;
+    static const QRegularExpression digits(QStringLiteral("^[0-7]{3,4}$"));
+    qint64 value = -1;
+    if (const auto *number = node->as_integer()) {
+        if (!!(number->flags() & toml::value_flags::format_as_octal))
+            value = number->get();
+    } else if (node->is_string() && digits.match(fromStd(node->as_string()->get())).hasMatch()) {
+        value = fromStd(node->as_string()->get()).toInt(nullptr, 8);
+    }
+    if (value >= 0 && value <= 07777) {
+        mode = int(value);
         return true;
     }
     return reader.fail(node->source(), QStringLiteral("template.mode"),
@@ -276,10 +289,15 @@ bool readTemplate(TomlReader &reader, const toml::table &table, TemplateSettings
         settings.language = int(number->get());
     }
     for (const char *required : {"source", "destination"}) {
-        if (!table.get(required))
-            return reader.fail(table.source(), section + QLatin1String(required),
-                               QStringLiteral("missing"));
+        const toml::node *node = table.get(required);
+        if (!node || (node->is_string() && node->as_string()->get().empty()))
+            return reader.fail(node ? node->source() : table.source(),
+                               section + QLatin1String(required), QStringLiteral("missing"));
     }
+    if (settings.timeoutMs <= 0)
+        return reader.fail(table.get("timeout")->source(), QStringLiteral("template.timeout"),
+                           QStringLiteral("must be longer than 0"));
+    settings.directory = reader.directory();
     if (settings.name.isEmpty())
         settings.name = settings.destination;
     return true;
@@ -334,6 +352,9 @@ bool readWatch(TomlReader &reader, const toml::table &table, WatchSettings &watc
         || !reader.duration(table, section, "wait_max", watch.waitMaxMs)
         || !reader.duration(table, section, "backoff_max", watch.backoffMaxMs))
         return false;
+    // Unless given, wait_max is at least wait.
+    if (!table.get("wait_max"))
+        watch.waitMaxMs = qMax(watch.waitMaxMs, watch.waitMs);
     if (watch.waitMaxMs < watch.waitMs)
         return reader.fail(table.source(), QStringLiteral("watch.wait_max"),
                            QStringLiteral("shorter than watch.wait"));
@@ -370,16 +391,40 @@ bool SyncConfiguration::load(const QStringList &paths)
                 return false;
         }
     }
-    QSet<QString> names;
+    QHash<QString, QString> names; // name, destination: where they were given
+    QHash<QString, QString> destinations;
     for (const TemplateSettings &settings : qAsConst(templates)) {
-        if (names.contains(settings.name)) {
-            m_error = settings.origin + QLatin1String(": template.name: '") + settings.name
-                + QLatin1String("' is used twice");
+        const QString *earlier = names.contains(settings.name) ? &names[settings.name]
+            : destinations.contains(settings.destination)      ? &destinations[settings.destination]
+                                                               : nullptr;
+        if (earlier) {
+            const bool isName = names.contains(settings.name);
+            m_error = settings.origin
+                + QLatin1String(isName ? ": template.name: '" : ": template.destination: '")
+                + (isName ? settings.name : settings.destination)
+                + QLatin1String("' is given before, at ") + *earlier;
             return false;
         }
-        names.insert(settings.name);
+        names.insert(settings.name, settings.origin);
+        destinations.insert(settings.destination, settings.origin);
     }
     return true;
+}
+
+QString SyncConfiguration::problemWith(const QStringList &names) const
+{
+    for (const QString &name : names) {
+        const bool isKnown =
+            std::any_of(templates.cbegin(), templates.cend(),
+                        [&](const TemplateSettings &settings) { return settings.name == name; });
+        if (!isKnown)
+            return QLatin1String("no template is named '") + name + QLatin1Char('\'');
+    }
+    // Read and checked, but no source serves it yet: running without it would
+    // render every template from an incomplete registry.
+    if (etcd.isSet)
+        return QStringLiteral("[etcd] is not available in this build");
+    return QString();
 }
 
 QString SyncConfiguration::errorString() const

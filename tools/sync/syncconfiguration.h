@@ -29,6 +29,7 @@ struct TemplateSettings
     QString check;
     QString reload;
     int timeoutMs = 30000;
+    QString directory; // of the configuration file: commands run there
     QString origin; // FILE:LINE of its table, for messages
 };
 
@@ -70,6 +71,9 @@ class SyncConfiguration
 public:
     /// Reads \a paths. Returns true on success; otherwise false, and errorString() says why.
     bool load(const QStringList &paths);
+    /// Why the configuration cannot serve a run of the templates \a names (all when empty); empty
+    /// when it can.
+    QString problemWith(const QStringList &names) const;
     QString errorString() const;
 
     LocalRegistry registry;

@@ -46,14 +46,25 @@ void SyncCycle::setSelection(const QStringList &names)
     m_selection = names;
 }
 
+void SyncCycle::setFailedReloads(const QStringList &names)
+{
+    m_failedReloads = names;
+}
+
+QStringList SyncCycle::failedReloads() const
+{
+    return m_failedReloads;
+}
+
 CycleResult SyncCycle::run(const volatile sig_atomic_t *stopRequested)
 {
+    m_stopRequested = stopRequested;
     CycleResult result;
     Tessivane registry;
     result.isRegistryRead = readRegistry(registry);
     if (!result.isRegistryRead)
         return result;
-    QList<QPair<QString, QString>> reloads; // command, and the template that asks for it
+    QList<const TemplateSettings *> reloads;
     for (const TemplateSettings &settings : m_configuration.templates) {
         if (*stopRequested)
             break;
@@ -64,8 +75,10 @@ CycleResult SyncCycle::run(const volatile sig_atomic_t *stopRequested)
             ++result.failed;
         else
             ++(isChanged ? result.changed : result.unchanged);
-        if (isChanged && !m_isDryRun && !settings.reload.isEmpty())
-            reloads.append(qMakePair(settings.reload, settings.name));
+        // A reload that failed before is owed, changed or not.
+        const bool isOwed = isChanged || m_failedReloads.contains(settings.name);
+        if (isOwed && !m_isDryRun && !settings.reload.isEmpty())
+            reloads << &settings;
     }
     result.failed += runReloads(reloads);
     return result;
@@ -162,7 +175,7 @@ bool SyncCycle::runCheck(const TemplateSettings &settings, ReplacingFile &output
     QString command = settings.check;
     command.replace(QLatin1String("{staged}"), shellQuoted(output.stagedPath()));
     CommandRunner runner;
-    if (runner.run(command, settings.timeoutMs))
+    if (runner.run(command, settings.directory, settings.timeoutMs, m_stopRequested))
         return true;
     logEvent(settings.name,
              QLatin1String("check failed (") + runner.failure() + QLatin1String("): ")
@@ -178,46 +191,52 @@ bool SyncCycle::showDifference(const TemplateSettings &settings, ReplacingFile &
     std::fflush(stdout);
     const bool exists = QFile::exists(settings.destination);
     QProcess diff;
-    diff.setProcessChannelMode(QProcess::ForwardedChannels);
+    diff.setProcessChannelMode(QProcess::ForwardedOutputChannel);
     diff.start(QStringLiteral("diff"),
                {QStringLiteral("-u"), QStringLiteral("--label"),
                 exists ? settings.destination : QStringLiteral("/dev/null"),
                 QStringLiteral("--label"), settings.destination,
                 exists ? settings.destination : QStringLiteral("/dev/null"), QStringLiteral("-")});
-    output.copyWritten(diff);
+    const bool isCopied = output.copyWritten(diff);
     diff.closeWriteChannel();
     diff.waitForFinished(-1);
-    // 1 means the files differ; only the attributes may differ, with status 0.
-    if (diff.exitStatus() == QProcess::NormalExit && diff.exitCode() <= 1) {
-        logEvent(settings.name, QLatin1String("would replace ") + settings.destination);
+    logEvent(settings.name, QString::fromLocal8Bit(diff.readAllStandardError()));
+    // 1 means the bytes differ, 0 that only the attributes do.
+    if (isCopied && diff.exitStatus() == QProcess::NormalExit && diff.exitCode() <= 1) {
+        logEvent(settings.name,
+                 QLatin1String("would replace ") + settings.destination
+                     + QLatin1String(diff.exitCode() == 0 ? " (its attributes)" : ""));
         return true;
     }
-    logEvent(settings.name, QLatin1String("cannot compare with diff: ") + diff.errorString());
+    logEvent(settings.name, QLatin1String("cannot compare with diff"));
     return false;
 }
 
 // Each distinct command runs once, named after the first template that asks for it.
-int SyncCycle::runReloads(const QList<QPair<QString, QString>> &reloads)
+int SyncCycle::runReloads(const QList<const TemplateSettings *> &reloads)
 {
     int failed = 0;
     QStringList done;
-    for (const auto &reload : reloads) {
-        if (done.contains(reload.first))
+    m_failedReloads.clear();
+    for (const TemplateSettings *settings : reloads) {
+        if (done.contains(settings->reload))
             continue;
-        done << reload.first;
-        const TemplateSettings *settings = nullptr;
-        for (const TemplateSettings &candidate : m_configuration.templates)
-            settings = candidate.name == reload.second ? &candidate : settings;
+        done << settings->reload;
         CommandRunner runner;
-        if (runner.run(reload.first, settings->timeoutMs)) {
-            logEvent(reload.second, reloadLabel(reload.first) + QLatin1String(" done"));
+        const bool isDone =
+            runner.run(settings->reload, settings->directory, settings->timeoutMs, m_stopRequested);
+        logEvent(settings->name,
+                 reloadLabel(settings->reload)
+                     + (isDone ? QStringLiteral(" done")
+                               : QLatin1String(" failed (") + runner.failure() + QLatin1Char(')')));
+        logEvent(settings->name, QString::fromLocal8Bit(runner.output()));
+        if (isDone)
             continue;
-        }
         ++failed;
-        logEvent(reload.second,
-                 reloadLabel(reload.first) + QLatin1String(" failed (") + runner.failure()
-                     + QLatin1Char(')'));
-        logEvent(reload.second, QString::fromLocal8Bit(runner.output()));
+        for (const TemplateSettings *asking : reloads) {
+            if (asking->reload == settings->reload)
+                m_failedReloads << asking->name;
+        }
     }
     return failed;
 }

@@ -4,7 +4,6 @@
 #include "syncconfiguration.h"
 
 #include <QList>
-#include <QPair>
 #include <QStringList>
 
 #include <csignal>
@@ -48,6 +47,10 @@ public:
     void setDryRun(bool isDryRun);
     /// Only the templates named; all when empty.
     void setSelection(const QStringList &names);
+    /// Templates whose reload failed before: it runs again, whether or not they change.
+    void setFailedReloads(const QStringList &names);
+    /// The templates whose reload failed in the last run.
+    QStringList failedReloads() const;
     /// Runs one cycle. When \a stopRequested becomes non-zero, no further template is begun.
     CycleResult run(const volatile sig_atomic_t *stopRequested);
 
@@ -57,12 +60,14 @@ private:
     bool render(const TemplateSettings &settings, Tessivane &registry, ReplacingFile &output);
     bool runCheck(const TemplateSettings &settings, ReplacingFile &output);
     bool showDifference(const TemplateSettings &settings, ReplacingFile &output);
-    int runReloads(const QList<QPair<QString, QString>> &reloads);
+    int runReloads(const QList<const TemplateSettings *> &reloads);
 
     const SyncConfiguration &m_configuration;
     QList<RegistrySource *> m_sources;
     bool m_isDryRun = false;
     QStringList m_selection;
+    QStringList m_failedReloads;
+    const volatile sig_atomic_t *m_stopRequested = nullptr;
 };
 
 /// Logs "PROGRAM: NAME: MESSAGE", a line for each line of \a message.

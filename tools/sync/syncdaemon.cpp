@@ -76,8 +76,8 @@ SyncDaemon::SyncDaemon(const QStringList &configurationPaths, const QStringList 
     m_longest.setSingleShot(true);
     connect(&m_quiet, &QTimer::timeout, this, &SyncDaemon::runCycle);
     connect(&m_longest, &QTimer::timeout, this, &SyncDaemon::runCycle);
-    connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, &SyncDaemon::fileChanged);
-    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, &SyncDaemon::directoryChanged);
+    connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, &SyncDaemon::somethingChanged);
+    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, &SyncDaemon::somethingChanged);
 }
 
 SyncDaemon::~SyncDaemon() = default;
@@ -126,7 +126,10 @@ void SyncDaemon::runCycle()
         reloadConfiguration();
     SyncCycle cycle(*m_configuration, m_sources);
     cycle.setSelection(m_names);
+    cycle.setFailedReloads(m_failedReloads);
     const CycleResult result = cycle.run(&s_stop);
+    m_failedReloads = cycle.failedReloads();
+    refreshWatches();
     const QByteArray status = statusLine(result);
     ::sd_notify(0, (m_isReady ? status : "READY=1\n" + status).constData());
     m_isReady = true;
@@ -152,9 +155,12 @@ void SyncDaemon::reloadConfiguration()
 {
     m_isConfigurationChanged = false;
     auto configuration = std::make_unique<SyncConfiguration>();
-    if (!configuration->load(m_configurationPaths)) {
+    const QString problem = configuration->load(m_configurationPaths)
+        ? configuration->problemWith(m_names)
+        : configuration->errorString();
+    if (!problem.isEmpty()) {
         ReportLog::printError(QLatin1String("configuration kept, the new one is invalid: ")
-                              + configuration->errorString());
+                              + problem);
         return;
     }
     m_configuration = std::move(configuration);
@@ -163,6 +169,8 @@ void SyncDaemon::reloadConfiguration()
     watchFiles();
 }
 
+// Every file and configuration directory is fingerprinted anew: called when
+// the configuration is read.
 void SyncDaemon::watchFiles()
 {
     if (!m_watcher.files().isEmpty())
@@ -170,21 +178,49 @@ void SyncDaemon::watchFiles()
     if (!m_watcher.directories().isEmpty())
         m_watcher.removePaths(m_watcher.directories());
     m_fingerprints.clear();
-    QStringList files = m_configuration->files + m_configuration->registry.files;
+    m_watchIds.clear();
+    m_files = m_configuration->files + m_configuration->registry.files;
     for (const TemplateSettings &settings : qAsConst(m_configuration->templates))
-        files << settings.source;
-    QStringList directories = m_configuration->directories;
-    for (const QString &directory : qAsConst(directories))
+        m_files << settings.source;
+    m_files.removeDuplicates();
+    for (const QString &directory : qAsConst(m_configuration->directories))
         m_fingerprints.insert(directory, listing(directory));
-    for (const QString &file : qAsConst(files)) {
+    for (const QString &file : qAsConst(m_files))
         m_fingerprints.insert(file, fingerprint(file));
-        directories << QFileInfo(file).absolutePath();
+    refreshWatches();
+}
+
+// Watches each file that exists, and the nearest existing directory of each,
+// so that a file, or a whole directory of them, that appears or is renamed
+// into place is seen.
+void SyncDaemon::refreshWatches()
+{
+    for (const QString &file : qAsConst(m_files)) {
+        if (QFileInfo(file).isFile())
+            watchPath(file);
+        QString directory = QFileInfo(file).absolutePath();
+        while (!QFileInfo(directory).isDir() && directory != QLatin1String("/"))
+            directory = QFileInfo(directory).absolutePath();
+        watchPath(directory);
     }
-    directories.removeDuplicates();
-    for (const QString &path : files + directories) {
-        if (QFileInfo::exists(path))
-            m_watcher.addPath(path);
-    }
+    for (const QString &directory : qAsConst(m_configuration->directories))
+        watchPath(directory);
+}
+
+// A watch follows what it watches, also when it is renamed away: a path that
+// now names something else is watched anew.
+void SyncDaemon::watchPath(const QString &path)
+{
+    const QByteArray id = fingerprint(path).split(':').mid(0, 2).join(':');
+    const bool isWatched =
+        m_watcher.files().contains(path) || m_watcher.directories().contains(path);
+    QByteArray &known = m_watchIds[path];
+    if (known == id && isWatched)
+        return;
+    if (isWatched)
+        m_watcher.removePath(path);
+    m_watcher.addPath(path);
+    known = id;
 }
 
 bool SyncDaemon::hasChanged(const QString &path)
@@ -200,26 +236,15 @@ bool SyncDaemon::hasChanged(const QString &path)
     return true;
 }
 
-// A file replaced by a rename drops out of the watch: it is watched again.
-void SyncDaemon::fileChanged(const QString &path)
+// Any event may stand for any change (a rename moves files between
+// directories): every watched file is looked at again, by its fingerprint.
+void SyncDaemon::somethingChanged()
 {
-    if (QFileInfo::exists(path) && !m_watcher.files().contains(path))
-        m_watcher.addPath(path);
-    if (hasChanged(path))
-        schedule();
-}
-
-void SyncDaemon::directoryChanged(const QString &path)
-{
+    refreshWatches();
     bool isChanged = false;
     const QStringList known = m_fingerprints.keys();
-    for (const QString &watched : known) {
-        if (watched != path && QFileInfo(watched).absolutePath() != path)
-            continue;
-        if (QFileInfo(watched).isFile() && !m_watcher.files().contains(watched))
-            m_watcher.addPath(watched);
-        isChanged = hasChanged(watched) || isChanged;
-    }
+    for (const QString &path : known)
+        isChanged = hasChanged(path) || isChanged;
     if (isChanged)
         schedule();
 }

@@ -53,14 +53,15 @@ public:
     int exec();
 
 private Q_SLOTS:
-    void fileChanged(const QString &path);
-    void directoryChanged(const QString &path);
+    void somethingChanged();
     void runCycle();
     void readSignal();
 
 private:
     void setUpSources();
     void watchFiles();
+    void refreshWatches();
+    void watchPath(const QString &path);
     void schedule();
     bool hasChanged(const QString &path);
     void reloadConfiguration();
@@ -70,12 +71,15 @@ private:
     std::unique_ptr<SyncConfiguration> m_configuration;
     QList<RegistrySource *> m_sources; // children of this object
     QFileSystemWatcher m_watcher;
+    QStringList m_files; // watched: configuration, registry and template files
     QHash<QString, QByteArray> m_fingerprints; // watched file: identity, size and times
+    QHash<QString, QByteArray> m_watchIds; // watched path: the device and inode watched
     QTimer m_quiet; // wait: restarted by every change
     QTimer m_longest; // wait_max: started by the first change of a burst
     bool m_isConfigurationChanged = false;
     QSocketNotifier *m_signals = nullptr;
     bool m_isReady = false;
+    QStringList m_failedReloads; // owed again at the next cycle
 };
 
 #endif
