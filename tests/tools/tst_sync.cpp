@@ -125,7 +125,7 @@ printf '[[template]]\nname = "hang"\nsource = "plain.tmpl"\ndestination = "out/h
 printf 'check = "sleep 300 & echo $! > child.pid; wait"\ntimeout = "1s"\n' >> h.toml
 $S h.toml; echo $?; case $(ps -o stat= -p $(cat child.pid)) in "" | Z*) echo child ended ;; esac
 ls -A out)sh", "1\nchild ended\nbadcheck.conf\nstrict.conf\n",
-     s_log + "hang: check failed (timed out after 1000 ms): sleep 300 & echo $! > child.pid; wait\n"},
+     s_log + "hang: check failed (timed out after 1 s): sleep 300 & echo $! > child.pid; wait\n"},
     // Every error names the file, the line and column, and the key; nothing is written.
     {"ConfigurationErrorsWriteNothing", s_setup + R"sh(
 while read -r config; do printf "$config\n" > bad.toml; $S bad.toml; echo $?; done <<'EOF'
@@ -138,11 +138,13 @@ x = 1
 [[template]]\nsource = "a"\ndestination = "b"\nrelaod = "x"
 [registry\nfiles = 1
 [registry]\nroot = "\u20ac"
+[[template]]\nsource = "a"\ndestination = "b"\nmode = 640
+[[template]]\nsource = "a"\ndestination = "b"\ntimeout = "0s"
 [etcd]\nendpoints = ["ftp://x"]\nprefix = "/a"
 EOF
 mkdir d; printf '[[template]]\nname = "x"\nsource = "a"\ndestination = "b"\n' > d/1.toml
-cp d/1.toml d/2.toml; $S d; echo $?; $S -n nope sync.toml; echo $?; ls out)sh",
-     "2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\nbadcheck.conf\nstrict.conf\n",
+cp d/1.toml d/2.toml; $S d; echo $?; sed -i 's/"x"/"y"/' d/2.toml; $S d; echo $?; $S -n nope sync.toml; echo $?; ls out)sh",
+     "2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\nbadcheck.conf\nstrict.conf\n",
      s_log + "bad.toml:1:1: x: unknown key\n"
      + s_log + "bad.toml:1:1: template.destination: missing\n"
      + s_log + "bad.toml:2:8: watch.wait: expected a duration such as \"200ms\", \"30s\" or \"5m\"\n"
@@ -152,8 +154,11 @@ cp d/1.toml d/2.toml; $S d; echo $?; $S -n nope sync.toml; echo $?; ls out)sh",
      + s_log + "bad.toml:4:1: template.relaod: unknown key\n"
      + s_log + "bad.toml:1:10: Error while parsing table header: expected ']', saw '\\n'\n"
      + s_log + "bad.toml:2:8: registry.root: takes Latin-1 text only\n"
+     + s_log + "bad.toml:4:8: template.mode: expected octal permission bits such as \"0640\"\n"
+     + s_log + "bad.toml:4:11: template.timeout: must be longer than 0\n"
      + s_log + "bad.toml:2:13: etcd.endpoints: not an http or https URL: ftp://x\n"
-     + s_log + "d/2.toml:1: template.name: 'x' is used twice\n"
+     + s_log + "d/2.toml:1: template.name: 'x' is given before, at d/1.toml:1\n"
+     + s_log + "d/2.toml:1: template.destination: '@/d/b' is given before, at d/1.toml:1\n"
      + s_log + "no template is named 'nope' (see 'tessivane-sync --help')\n"},
 
     // An edit in place and a save by rename are each seen within the quiet time and a
@@ -171,8 +176,8 @@ echo '[[broken' >> w.toml; kill -HUP $sync; sleep 0.3
 printf '/app/port = 81\n' > reg.conf; seen port=81
 grep 'configuration kept' log | sort -u | sed 's/.*invalid: //'
 kill $sync; wait $sync; echo $?)sh", "seen port=81\nw.toml:11:9: Error while parsing table header: expected ']', saw '\\n'\n0\n", ""},
-    // SIGTERM during a check: that template is finished, no other is begun, and no staged
-    // file is left behind.
+    // SIGTERM during a check ends the check, and with it the template, at once: no other is
+    // begun, every destination stays whole, and no staged file is left behind.
     {"WatchEndsAfterTheWriteInProgress", s_setup + R"sh(
 echo old > out/a; echo old > out/b
 for name in a b; do
@@ -181,7 +186,30 @@ for name in a b; do
 done > t.toml
 $S --watch t.toml 2>/dev/null & sync=$!
 until [ -e checking ]; do sleep 0.02; done; kill $sync; wait $sync; echo $?
-cat out/a out/b; ls -A out)sh", "0\nplain\nold\na\nb\nbadcheck.conf\nstrict.conf\n", ""},
+cat out/a out/b; ls -A out)sh", "0\nold\nold\na\nb\nbadcheck.conf\nstrict.conf\n", ""},
+    // A check may look at the staged file, not change it; a child that ignores SIGTERM is
+    // killed at the end of the grace time.
+    {"ChecksCannotTamperOrLinger", s_setup + R"sh(
+printf '[[template]]\nname = "c"\nsource = "plain.tmpl"\ndestination = "out/c"\nmode = "0600"\n' > c.toml
+printf 'check = "chmod 666 {staged}"\n' >> c.toml
+$S c.toml 2>&1 | sed 's/c: check/c: check/'; echo ${PIPESTATUS[0]}; ls out
+printf '[[template]]\nname = "d"\nsource = "plain.tmpl"\ndestination = "out/d"\ntimeout = "1s"\n' > d.toml
+printf 'check = "sh -c \\"trap \\\\\\"\\\\\\" TERM; echo \\\\$\\\\$ > child.pid; exec sleep 300\\" & wait"\n' >> d.toml
+$S d.toml 2>/dev/null; echo $?; sleep 0.2; case $(ps -o stat= -p $(cat child.pid)) in "" | Z*) echo child ended ;; esac)sh",
+     "tessivane-sync: c: the check changed the staged file of '@/out/c': nothing is replaced\n1\n"
+     "badcheck.conf\nstrict.conf\n1\nchild ended\n", ""},
+    // A reload that failed is owed: it runs again at the next cycle, changed or not.
+    {"WatchRetriesAFailedReload", s_setup + R"sh(
+printf '[registry]\nfiles = ["reg.conf"]\n[watch]\nwait = "50ms"\n' > r.toml
+printf '[[template]]\nname = "r"\nsource = "plain.tmpl"\ndestination = "out/r"\n' >> r.toml
+printf 'reload = "test -e ready && touch reloaded"\n' >> r.toml
+$S --watch r.toml 2> log & sync=$!
+until grep -q 'reload' log; do sleep 0.02; done
+touch ready; echo '/other = 1' >> reg.conf
+until [ -e reloaded ]; do sleep 0.02; done; kill $sync; wait $sync; echo $?
+grep -o "r: .*" log)sh",
+     "0\nr: replaced @/out/r\nr: reload 'test -e ready && touch reloaded' failed (exit status 1)\n"
+     "r: unchanged @/out/r\nr: reload 'test -e ready && touch reloaded' done\n", ""},
     {"UnitAcceptedBySystemd", R"sh(
 command -v systemd-analyze >/dev/null || { echo "no systemd-analyze here" >&2; exit 77; }
 sed "s|^ExecStart=[^ ]*|ExecStart=$S|" "$(dirname $S)/tessivane-sync.service" > tessivane-sync.service
