@@ -46,8 +46,14 @@ public:
     bool remove(const QString &key);
     void clear();
     bool contains(const QString &key) const;
-    /// All keys, sorted.
+    /// All keys, sorted. The sorted list is kept until the store changes.
     QStringList keys() const;
+    /**
+     * The distinct path segments that follow "prefix/" in the stored keys, in
+     * the order of keys(): the children of \a prefix. Found in the sorted keys
+     * without looking at every key below a child.
+     */
+    QStringList children(const QString &prefix) const;
 
 private:
     Q_DISABLE_COPY(Tessivane)
