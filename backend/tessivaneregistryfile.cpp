@@ -9,6 +9,7 @@
 #include <QJsonObject>
 #include <QLocale>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -185,12 +186,14 @@ bool TessivaneRegistryFile::load(const QString &fileName, Tessivane *backend)
         return fail(fileName + QLatin1String(": cannot read registry file: ") + error);
     if (!parse(fileName, data))
         return false;
+    // One sorted list serves every removal: the keys below one stand together.
+    const QStringList sorted = m_removals.isEmpty() ? QStringList() : backend->keys();
     for (const QString &removed : qAsConst(m_removals)) {
+        backend->remove(removed);
         const QString below = removed + QLatin1Char('/');
-        for (const QString &key : backend->keys()) {
-            if (key == removed || key.startsWith(below))
-                backend->remove(key);
-        }
+        for (auto it = std::lower_bound(sorted.cbegin(), sorted.cend(), below);
+             it != sorted.cend() && it->startsWith(below); ++it)
+            backend->remove(*it);
     }
     for (const auto &entry : qAsConst(m_values))
         backend->set(entry.first, entry.second);
@@ -216,11 +219,6 @@ bool TessivaneRegistryFile::parse(const QString &fileName, const QByteArray &dat
 QList<QPair<QString, QString>> TessivaneRegistryFile::values() const
 {
     return m_values;
-}
-
-QStringList TessivaneRegistryFile::removedKeys() const
-{
-    return m_removals;
 }
 
 QString TessivaneRegistryFile::errorString() const

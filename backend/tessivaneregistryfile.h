@@ -47,12 +47,6 @@ public:
     bool parse(const QString &fileName, const QByteArray &data);
     /// The key/value pairs of the last successful parse(), in file order.
     QList<QPair<QString, QString>> values() const;
-    /**
-     * The keys whose values, and every value below them, the last successful
-     * parse() removes before it stores values(): those of JSON arrays, which
-     * replace as a whole, and of JSON nulls.
-     */
-    QStringList removedKeys() const;
     /// Why the last load() or parse() failed; empty after a success.
     QString errorString() const;
 
@@ -64,6 +58,8 @@ private:
     bool fail(const QString &message);
 
     QList<QPair<QString, QString>> m_values;
+    // Keys removed, with all below them, before the values are stored: those
+    // of JSON arrays, which replace as a whole, and of JSON nulls.
     QStringList m_removals;
     QString m_errorString;
 };
