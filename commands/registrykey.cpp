@@ -12,31 +12,7 @@ namespace TessivaneTemplatePrivate {
 
 namespace {
 
-// Every "$REGROOT" becomes the registry root, built in place in one
-// allocation: this runs for every registry command of a template.
-QString expandRegRoot(const QStringRef &key, const TessivaneTemplate *engine)
-{
-    const QLatin1String variable("$REGROOT");
-    QVarLengthArray<int, 4> found;
-    for (int at = indexOfText(key, variable); at >= 0; at = indexOfText(key, variable, at + 8))
-        found.append(at);
-    if (found.isEmpty())
-        return key.toString();
-    const QString root = engine->regRoot();
-    QString expanded(key.size() + found.size() * (root.size() - variable.size()),
-                     Qt::Uninitialized);
-    QChar *out = expanded.data();
-    int from = 0;
-    found.append(key.size());
-    for (const int at : qAsConst(found)) {
-        out = std::copy(key.unicode() + from, key.unicode() + at, out);
-        if (at == key.size())
-            break;
-        out = std::copy(root.unicode(), root.unicode() + root.size(), out);
-        from = at + variable.size();
-    }
-    return expanded;
-}
+const QLatin1String s_regRoot("$REGROOT");
 
 bool isNameCharacter(QChar c)
 {
@@ -44,32 +20,87 @@ bool isNameCharacter(QChar c)
         || (c >= QLatin1Char('0') && c <= QLatin1Char('9')) || c == QLatin1Char('_');
 }
 
-// Only keys with a "$" left ask the engine for its loops: version 1 never binds one.
-QString expandLoopNames(const QString &key, const TessivaneTemplate *engine)
+bool isRegRootAt(const QStringRef &key, int at)
+{
+    if (key.size() - at < s_regRoot.size())
+        return false;
+    for (int i = 1; i < s_regRoot.size(); ++i) {
+        if (key.at(at + i) != QLatin1Char(s_regRoot.at(i)))
+            return false;
+    }
+    return true;
+}
+
+// Every "$REGROOT" becomes the registry root, built in place in one
+// allocation: this runs for every registry command of a template.
+QString expandRegRoot(const QStringRef &key, const QVarLengthArray<int, 4> &found,
+                      const TessivaneTemplate *engine)
+{
+    if (found.isEmpty())
+        return key.toString();
+    const QString root = engine->regRoot();
+    QString expanded(key.size() + found.size() * (root.size() - s_regRoot.size()),
+                     Qt::Uninitialized);
+    QChar *out = expanded.data();
+    int from = 0;
+    for (const int at : found) {
+        out = std::copy(key.unicode() + from, key.unicode() + at, out);
+        out = std::copy(root.unicode(), root.unicode() + root.size(), out);
+        from = at + s_regRoot.size();
+    }
+    std::copy(key.unicode() + from, key.unicode() + key.size(), out);
+    return expanded;
+}
+
+// The general case, inside a loop's block: one pass over the "$" signs, and
+// what replaces them is not looked at again, so that a registry root that
+// holds "$S" stays as it is.
+QString expandNames(const QStringRef &key, const TessivaneTemplate *engine)
 {
     QString expanded;
     int from = 0;
-    for (int at = key.indexOf(QLatin1Char('$')); at >= 0;
-         at = key.indexOf(QLatin1Char('$'), at + 1)) {
+    for (int at = indexOfText(key, QLatin1String("$")); at >= 0;
+         at = indexOfText(key, QLatin1String("$"), at + 1)) {
         int end = at + 1;
         while (end < key.size() && isNameCharacter(key.at(end)))
             ++end;
+        QString replacement;
         LoopBinding binding;
-        if (end == at + 1 || !findLoopBinding(engine, key.mid(at, end - at), binding))
+        if (isRegRootAt(key, at)) {
+            replacement = engine->regRoot();
+            end = at + s_regRoot.size();
+        } else if (end > at + 1
+                   && findLoopBinding(engine, key.mid(at, end - at).toString(), binding)) {
+            replacement = binding.key;
+        } else {
             continue;
-        expanded += QStringRef(&key, from, at - from) + binding.key;
+        }
+        expanded += key.mid(from, at - from);
+        expanded += replacement;
         from = end;
         at = end - 1;
     }
-    return from == 0 ? key : expanded + QStringRef(&key, from, key.size() - from);
+    expanded += key.mid(from);
+    return expanded;
 }
 
 } // namespace
 
+// Only a "$" that starts a name other than "$REGROOT" asks the engine for
+// its loops, which version 1 never has.
 QString expandRegistryKey(const QStringRef &key, const TessivaneTemplate *engine)
 {
-    const QString rooted = expandRegRoot(key, engine);
-    return rooted.contains(QLatin1Char('$')) ? expandLoopNames(rooted, engine) : rooted;
+    QVarLengthArray<int, 4> roots;
+    for (int at = indexOfText(key, QLatin1String("$")); at >= 0;
+         at = indexOfText(key, QLatin1String("$"), at + 1)) {
+        if (isRegRootAt(key, at)) {
+            roots.append(at);
+            at += s_regRoot.size() - 1;
+        } else if (at + 1 < key.size() && isNameCharacter(key.at(at + 1))) {
+            return expandNames(key, engine);
+        }
+    }
+    return expandRegRoot(key, roots, engine);
 }
 
 } // namespace TessivaneTemplatePrivate

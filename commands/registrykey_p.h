@@ -9,7 +9,7 @@ class TessivaneTemplate;
 namespace TessivaneTemplatePrivate {
 
 // A registry key as a template writes it, made into the key asked for: every
-// "$REGROOT" becomes the engine's registry root, then, inside the body of a
+// "$REGROOT" becomes the engine's registry root and, inside the body of a
 // FOREACH, every loop name ("$" and upper-case letters, digits and "_") that
 // a loop binds becomes the key of its current child. Names no loop binds stay
 // as they are.

@@ -34,6 +34,26 @@ QMap<QString, QString> valueMapping(const QString &group)
     return mapping;
 }
 
+enum class Form { None, Plain, Quoted, Ini, Json, Shell };
+
+// The name decides the form the value is written in. Their lengths tell the
+// names apart but for two, so each costs one comparison at most.
+Form formOf(const QString &name)
+{
+    switch (name.size()) {
+    case 3:
+        return name == s_reg ? Form::Plain : Form::None;
+    case 7:
+        return name == s_regIni ? Form::Ini : Form::None;
+    case 8:
+        return name == s_regJson ? Form::Json : Form::None;
+    case 9:
+        return name == s_regQuote ? Form::Quoted : name == s_regShell ? Form::Shell : Form::None;
+    default:
+        return Form::None;
+    }
+}
+
 // A JSON string literal, quotes and escapes included, as Qt's own writer makes it.
 QString jsonString(const QString &value)
 {
@@ -94,15 +114,16 @@ TessivaneTemplateCommandReg::~TessivaneTemplateCommandReg() = default;
 
 bool TessivaneTemplateCommandReg::isResponsibleFor(const QString &name)
 {
-    return name == s_reg || name == s_regQuote || name == s_regIni || name == s_regJson
-        || name == s_regShell;
+    return formOf(name) != Form::None;
 }
 
 int TessivaneTemplateCommandReg::executeCommand(TessivaneTemplateParser *parser,
                                                 const QString &name, const QString &parameter)
 {
+    // The dispatch asked isResponsibleFor(): a name of three letters is REG.
+    const Form form = name.size() == 3 ? Form::Plain : formOf(name);
     // The escaping forms are words of version 2; version 1 knows no such command.
-    if ((name == s_regJson || name == s_regShell) && parser->getTemplate()->languageVersion() < 2)
+    if ((form == Form::Json || form == Form::Shell) && parser->getTemplate()->languageVersion() < 2)
         return CommandUnhandled;
     QString value;
     QString message;
@@ -112,15 +133,23 @@ int TessivaneTemplateCommandReg::executeCommand(TessivaneTemplateParser *parser,
     }
 
     QTextStream &out = *parser->getOutStream();
-    const bool isQuoted = name == s_regQuote;
-    if (name == s_regIni)
-        value.replace(QLatin1Char('='), QLatin1String("%3D"))
-            .replace(QLatin1Char(']'), QLatin1String("%5D"));
-    if (isQuoted)
-        out << QLatin1Char('"');
-    out << (name == s_regJson ? jsonString(value) : name == s_regShell ? shellWord(value) : value);
-    if (isQuoted)
-        out << QLatin1Char('"');
+    switch (form) {
+    case Form::Quoted:
+        out << QLatin1Char('"') << value << QLatin1Char('"');
+        break;
+    case Form::Ini:
+        out << value.replace(QLatin1Char('='), QLatin1String("%3D"))
+                   .replace(QLatin1Char(']'), QLatin1String("%5D"));
+        break;
+    case Form::Json:
+        out << jsonString(value);
+        break;
+    case Form::Shell:
+        out << shellWord(value);
+        break;
+    default:
+        out << value;
+    }
     // Reported after the value, so that an inline comment follows it.
     if (!message.isNull())
         parser->warning("%s", formatArgument(message).constData());

@@ -14,7 +14,6 @@ struct EngineState
     bool hasReadFailed = false;
     int languageVersion = 1;
     QList<LoopBinding> bindings; // innermost last
-    int inlineComments = 0;
 };
 
 // An engine enters the table only once it needs state there.
@@ -22,6 +21,7 @@ struct StateTable
 {
     QMutex mutex;
     QHash<const TessivaneTemplate *, EngineState> states;
+    QHash<const TessivaneTemplateParser *, uint> comments;
 };
 
 Q_GLOBAL_STATIC(StateTable, s_table)
@@ -81,16 +81,24 @@ bool findLoopBinding(const TessivaneTemplate *engine, const QString &name, LoopB
     return false;
 }
 
-void countInlineComment(const TessivaneTemplate *engine)
+void countInlineComment(const TessivaneTemplateParser *parser)
 {
     QMutexLocker locker(&s_table->mutex);
-    ++s_table->states[engine].inlineComments;
+    ++s_table->comments[parser];
 }
 
-int inlineComments(const TessivaneTemplate *engine)
+uint inlineComments(const TessivaneTemplateParser *parser)
 {
     QMutexLocker locker(&s_table->mutex);
-    return s_table->states.value(engine).inlineComments;
+    return s_table->comments.value(parser);
+}
+
+void forgetParser(const TessivaneTemplateParser *parser)
+{
+    if (s_table.isDestroyed())
+        return;
+    QMutexLocker locker(&s_table->mutex);
+    s_table->comments.remove(parser);
 }
 
 void forgetEngine(const TessivaneTemplate *engine)

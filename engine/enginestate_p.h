@@ -4,6 +4,7 @@
 #include <QString>
 
 class TessivaneTemplate;
+class TessivaneTemplateParser;
 
 namespace TessivaneTemplatePrivate {
 
@@ -36,10 +37,13 @@ void popLoopBinding(const TessivaneTemplate *engine);
 // The innermost binding of \a name; false when no loop binds it.
 bool findLoopBinding(const TessivaneTemplate *engine, const QString &name, LoopBinding &binding);
 
-// Counts the inline comments written into the output, so that a line that
-// writes nothing of its own still ends one with a line feed.
-void countInlineComment(const TessivaneTemplate *engine);
-int inlineComments(const TessivaneTemplate *engine);
+// Counts the inline comments a parser writes into the output, so that a line
+// that writes nothing of its own still ends one with a line feed. Each parser
+// counts its own: those of a loop's parsers are no comments of the line that
+// closes the loop.
+void countInlineComment(const TessivaneTemplateParser *parser);
+uint inlineComments(const TessivaneTemplateParser *parser);
+void forgetParser(const TessivaneTemplateParser *parser);
 
 // Forgets everything kept for \a engine; called when it is destroyed.
 void forgetEngine(const TessivaneTemplate *engine);

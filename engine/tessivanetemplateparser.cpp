@@ -40,10 +40,21 @@ QString formatV(const char *format, va_list args)
     return QString::vasprintf(format, args);
 }
 
+// The version-2 loop command has this place in a parser's command list.
+const int LoopPosition = 6;
+
+// "FOREACH", or "FOREACH" and a blank and the rest of a header.
+bool isLoopHeader(const QString &name)
+{
+    const QLatin1String keyword("FOREACH");
+    return name.startsWith(keyword)
+        && (name.size() == keyword.size() || name.at(keyword.size()).isSpace());
+}
+
 bool isControlCommand(const QString &name)
 {
     return name.startsWith(QLatin1String("IF")) || name == QLatin1String("ELSE")
-        || name == QLatin1String("ENDIF") || name.startsWith(QLatin1String("FOREACH"))
+        || name == QLatin1String("ENDIF") || isLoopHeader(name)
         || name == QLatin1String("ENDFOREACH") || name.startsWith(QLatin1Char('*'))
         || name == QLatin1String("TEMPLATE_VERSION");
 }
@@ -101,6 +112,7 @@ TessivaneTemplateParser::~TessivaneTemplateParser()
     while (!m_commands.isEmpty())
         delete m_commands.takeFirst();
     m_engine->removeCurrentParser(this);
+    forgetParser(this);
 }
 
 int TessivaneTemplateParser::process()
@@ -111,7 +123,7 @@ int TessivaneTemplateParser::process()
     QString line;
     QString name;
     QString parameter;
-    auto *loop = dynamic_cast<TessivaneTemplateCommandForeach *>(m_commands.value(6));
+    auto *loop = dynamic_cast<TessivaneTemplateCommandForeach *>(m_commands.value(LoopPosition));
     while (reader.readLine(line)) {
         ++m_lineNumber;
         line += QLatin1Char('\n');
@@ -146,7 +158,7 @@ bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &n
 {
     // Only version 2 has a loop command, and only version 2 drops control lines.
     const bool isControl = loop && isControlLine(line);
-    const int comments = isControl ? inlineComments(m_engine) : 0;
+    const uint comments = isControl ? inlineComments(this) : 0;
     TokenWalker walker(line);
     QStringRef token;
     bool isCommand = false;
@@ -167,11 +179,18 @@ bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &n
         // Every command starts from an empty parameter: one without "(" has none.
         parameter.resize(0);
         splitCommandToken(token, name, parameter);
+        // A loop in a region being dropped is read to its end all the same, so
+        // that what its block holds is not taken for commands of the region.
+        if (loop && !m_activeCommands.isEmpty() && isLoopHeader(name)) {
+            QList<TessivaneTemplateCommand *> loopOnly {loop};
+            executeCommandForList(name, parameter, &loopOnly);
+            continue;
+        }
         if (!processCommand(name, parameter))
             return false;
     }
     // A report written into a control line still ends with the line.
-    if (isControl && inlineComments(m_engine) != comments)
+    if (isControl && inlineComments(this) != comments)
         *m_out << QLatin1Char('\n');
     return true;
 }
@@ -279,7 +298,7 @@ void TessivaneTemplateParser::warningInOutstream(const char *format, ...)
     const QString text = formatV(format, args);
     va_end(args);
 
-    countInlineComment(m_engine);
+    countInlineComment(this);
     *m_out << QLatin1Char(' ') << prefix << QLatin1Char(' ') << text;
     const QString suffix = m_engine->commentSuffix();
     if (!suffix.isEmpty())
