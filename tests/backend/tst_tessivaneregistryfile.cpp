@@ -124,3 +124,17 @@ TEST(Tessivane, FindsExactKeysOnly)
     EXPECT_EQ(backend.get("/empty", value, _RegEntryParam {0}, "ignored"), 0);
     EXPECT_EQ(value, "");
 }
+
+// A child's keys sort among those of other children ("a-b" before "a/x"): none is lost or doubled.
+TEST(Tessivane, FindsChildrenInTheSortedKeys)
+{
+    Tessivane backend;
+    for (const char *key :
+         {"/l/b/c/d", "/l/a/x", "/l/a", "/l//e", "/l/a.c", "/l/a-b", "/l/a/y/z", "/lx/q", "/l"})
+        backend.set(key, "v");
+    EXPECT_EQ(backend.children("/l"), QStringList({"a", "a-b", "a.c", "b"}));
+    EXPECT_EQ(backend.children("/l/a"), QStringList({"x", "y"}));
+    EXPECT_EQ(backend.children("/none"), QStringList());
+    backend.remove("/l/b/c/d");
+    EXPECT_EQ(backend.children("/l"), QStringList({"a", "a-b", "a.c"}));
+}

@@ -99,12 +99,42 @@ const LanguageRow s_rows[] = {
      " # WARNING in.tmpl/1: ENDFOREACH without FOREACH\n # WARNING in.tmpl/2: malformed loop header "
      "'FOREACH X IN REG(/l)', expected FOREACH $NAME IN REG(prefix)\n # WARNING in.tmpl/5: ITEM of "
      "an unknown loop name '$Y'\n # WARNING in.tmpl/7: FOREACH of line 6 is not closed with "
-     "ENDFOREACH",
+     "ENDFOREACH\n",
      {report(1, "ENDFOREACH without FOREACH"),
       report(2, "malformed loop header 'FOREACH X IN REG(/l)', expected FOREACH $NAME IN "
                 "REG(prefix)"),
       report(5, "ITEM of an unknown loop name '$Y'"),
       report(7, "FOREACH of line 6 is not closed with ENDFOREACH")}, "#"},
+
+    // A loop in a dropped region is read to its end and never run.
+    {"LoopInDroppedRegion", 2, {"/a/1/on=1", "/a/2/on=0"},
+     "a\n%%IF REG(/a/2/on)%%\n%%FOREACH $S IN REG(/a)%%\n%%IF REG($S/on)==\"1\"%%\non\n%%ENDIF%%\n"
+     "%%ENDFOREACH%%\n%%ELSE%%\ndisabled\n%%ENDIF%%\n", "a\ndisabled\n", {}},
+    // The reports of a block's own parsers are no reports of the line that closes it.
+    {"ReportsInsideAndTheClosingLine", 2, {"/b/x=", "/b/y="},
+     "%%FOREACH $H IN REG(/b)%%\n%%ITEM($H)%%%%NOPE%%\n%%ENDFOREACH%%\nb\n",
+     "x # WARNING in.tmpl/2: No command handler for 'NOPE' found\n"
+     "y # WARNING in.tmpl/2: No command handler for 'NOPE' found\nb\n",
+     {report(2, "No command handler for 'NOPE' found"),
+      report(2, "No command handler for 'NOPE' found")}, "#"},
+    // Commands after the header, and before the closing ENDFOREACH, on control lines.
+    {"CommandsBesideHeaderAndEnd", 2, {"/b/x=", "/b/y=", "/b/x/r/1=", "/b/y/r/2="},
+     "%%FOREACH $S IN REG(/b)%% %%* servers%%\n\n%%FOREACH $R IN REG($S/r)%%\n"
+     "%%ITEM($S)%%%%ITEM($R)%% %%NOPE%%\n%%ENDFOREACH%% %%ENDFOREACH%%\nend\n",
+     "\nx1 \n\ny2 \nend\n",
+     {report(4, "No command handler for 'NOPE' found"),
+      report(4, "No command handler for 'NOPE' found")}},
+    // A newer version ends the block, as it ends an included file.
+    {"NewerVersionEndsTheLoop", 2, {"/b/x=", "/b/y="},
+     "%%FOREACH $S IN REG(/b)%%\n%%TEMPLATE_VERSION(3)%%\nx\n%%ENDFOREACH%%\nafter\n", "after\n",
+     {report(2, "template is version 3, parser is version 2.")}},
+    {"OrderByCodePoint", 2, {"/u/\U0001F600=", "/u/\uFF61=", "/u/a="},
+     "%%FOREACH $U IN REG(/u)%%%%ITEM($U)%% %%ENDFOREACH%%\n",
+     "a \xEF\xBD\xA1 \xF0\x9F\x98\x80 \n", {}},
+    {"NamesThatAreNoLoops", 2, {}, "%%FOREACH $REGROOTS IN REG(/b)%%%%ENDFOREACH%%%%FOREACHX%%\n",
+     "\n", {report(1, "malformed loop header 'FOREACH $REGROOTS IN REG(/b)', expected FOREACH "
+                      "$NAME IN REG(prefix)"),
+            report(1, "No command handler for 'FOREACHX' found")}},
 
     // Version 1 as it always was: no ELSE, no loops, blank lines kept, "%%%%" an empty name.
     {"VersionOneElse", 1, {"/t=1"}, s_ifElse, "yesno\n",
