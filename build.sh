@@ -54,8 +54,9 @@ need() {
 base_packages=(cmake make g++ pkg-config qtbase5-dev libacl1-dev libattr1-dev
     libtomlplusplus-dev libsystemd-dev diffutils util-linux)
 # What the tests use besides: GoogleTest, setfacl and setfattr, ps, systemd-analyze, and nginx,
-# which checks the configuration the version-2 example renders.
-test_packages=(libgtest-dev acl attr procps systemd nginx-light)
+# which checks the configuration the version-2 example renders; etcd members and openssl for
+# the etcd source's certificates.
+test_packages=(libgtest-dev acl attr procps systemd nginx-light etcd-server etcd-client openssl)
 
 # configure DIR [CMAKE ARGS...]
 configure() {

@@ -9,6 +9,7 @@
 // With --watch the process runs until SIGTERM or SIGINT and then exits 0;
 // a configuration error at start exits 2.
 
+#include "etcdsource.h"
 #include "pendingnames.h"
 #include "registrysource.h"
 #include "reportlog.h"
@@ -75,7 +76,14 @@ int runOnce(const SyncConfiguration &configuration, const QStringList &names, bo
     LocalRegistry local = configuration.registry;
     local.values.clear(); // applied over every source by the cycle
     LocalRegistrySource source(local);
-    SyncCycle cycle(configuration, {&source});
+    QList<RegistrySource *> sources {&source};
+    std::unique_ptr<EtcdRegistrySource> etcd;
+    if (configuration.etcd.isSet) {
+        etcd = std::make_unique<EtcdRegistrySource>(configuration.etcd,
+                                                    configuration.watch.backoffMaxMs);
+        sources << etcd.get();
+    }
+    SyncCycle cycle(configuration, sources);
     cycle.setDryRun(isDryRun);
     cycle.setSelection(names);
     static const volatile sig_atomic_t never = 0;

@@ -2,6 +2,11 @@
 
 RegistrySource::~RegistrySource() = default;
 
+bool RegistrySource::isReady() const
+{
+    return true;
+}
+
 LocalRegistrySource::LocalRegistrySource(const LocalRegistry &registry, QObject *parent)
     : RegistrySource(parent)
     , m_registry(registry)

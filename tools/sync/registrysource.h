@@ -29,6 +29,8 @@ public:
     /// Stores the source's values in \a registry. Returns false, with \a error set, when it cannot
     /// be read.
     virtual bool fill(Tessivane &registry, QString &error) = 0;
+    /// Whether fill() can serve: a source that is still connecting is not ready.
+    virtual bool isReady() const;
 
 Q_SIGNALS:
     void changed();

@@ -319,7 +319,7 @@ bool readEtcd(TomlReader &reader, const toml::table &table, EtcdSettings &etcd)
     etcd.isSet = true;
     if (!reader.onlyKnown(table, section,
                           {"endpoints", "prefix", "username", "password_file", "ca_file",
-                           "cert_file", "key_file", "timeout"})
+                           "cert_file", "key_file", "timeout", "page_size"})
         || !reader.stringArray(table, section, "endpoints", etcd.endpoints, false)
         || !reader.string(table, section, "prefix", etcd.prefix)
         || !reader.string(table, section, "username", etcd.username)
@@ -329,6 +329,16 @@ bool readEtcd(TomlReader &reader, const toml::table &table, EtcdSettings &etcd)
         || !reader.path(table, section, "key_file", etcd.keyFile)
         || !reader.duration(table, section, "timeout", etcd.timeoutMs))
         return false;
+    if (const toml::node *pageSize = table.get("page_size")) {
+        const auto *number = pageSize->as_integer();
+        if (!number || number->get() < 1 || number->get() > 1000000)
+            return reader.fail(pageSize->source(), QStringLiteral("etcd.page_size"),
+                               QStringLiteral("expected a number from 1 to 1000000"));
+        etcd.pageSize = int(number->get());
+    }
+    if (etcd.timeoutMs <= 0)
+        return reader.fail(table.get("timeout")->source(), QStringLiteral("etcd.timeout"),
+                           QStringLiteral("must be longer than 0"));
     if (etcd.prefix.isEmpty())
         return reader.fail(table.source(), QStringLiteral("etcd.prefix"),
                            QStringLiteral("missing"));
@@ -420,10 +430,6 @@ QString SyncConfiguration::problemWith(const QStringList &names) const
         if (!isKnown)
             return QLatin1String("no template is named '") + name + QLatin1Char('\'');
     }
-    // Read and checked, but no source serves it yet: running without it would
-    // render every template from an incomplete registry.
-    if (etcd.isSet)
-        return QStringLiteral("[etcd] is not available in this build");
     return QString();
 }
 

@@ -45,6 +45,7 @@ struct EtcdSettings
     QString certFile;
     QString keyFile;
     int timeoutMs = 5000;
+    int pageSize = 10000; // keys a range read asks for at a time
 };
 
 /// The [watch] table: how changes are debounced and how long reconnections wait at most.

@@ -1,5 +1,6 @@
 #include "syncdaemon.h"
 
+#include "etcdsource.h"
 #include "registrysource.h"
 #include "reportlog.h"
 #include "synccycle.h"
@@ -114,6 +115,12 @@ void SyncDaemon::setUpSources()
     LocalRegistry local = m_configuration->registry;
     local.values.clear(); // applied over every source by the cycle
     m_sources = {new LocalRegistrySource(local, this)};
+    if (m_configuration->etcd.isSet) {
+        auto *etcd = new EtcdRegistrySource(m_configuration->etcd,
+                                            m_configuration->watch.backoffMaxMs, this);
+        m_sources << etcd;
+        etcd->start();
+    }
     for (RegistrySource *source : qAsConst(m_sources))
         connect(source, &RegistrySource::changed, this, &SyncDaemon::schedule);
 }
@@ -124,6 +131,11 @@ void SyncDaemon::runCycle()
     m_longest.stop();
     if (m_isConfigurationChanged)
         reloadConfiguration();
+    // Nothing is rendered before every source has its first snapshot.
+    for (RegistrySource *source : qAsConst(m_sources)) {
+        if (!source->isReady())
+            return;
+    }
     SyncCycle cycle(*m_configuration, m_sources);
     cycle.setSelection(m_names);
     cycle.setFailedReloads(m_failedReloads);
