@@ -2,12 +2,16 @@
 # the list of targets, and a static copy of the library for them to link.
 
 # A target's name also names its seed corpus, fuzz/corpus/NAME, and the inputs
-# it once failed on, tests/data/fuzz/NAME-*. TT_FUZZ_SOURCE_NAME is the source
-# that defines its entry points.
-set(TT_FUZZ_TARGETS tokenizer render registryfile)
+# it once failed on, tests/data/fuzz/NAME-*. TT_FUZZ_SOURCE_NAME lists the
+# source that defines its entry points, and what it needs besides the library.
+set(TT_FUZZ_TARGETS tokenizer render registryfile etcdprotocol)
 set(TT_FUZZ_SOURCE_tokenizer ${CMAKE_CURRENT_LIST_DIR}/syntax/tokenizer/main.cpp)
 set(TT_FUZZ_SOURCE_render ${CMAKE_CURRENT_LIST_DIR}/engine/render/main.cpp)
 set(TT_FUZZ_SOURCE_registryfile ${CMAKE_CURRENT_LIST_DIR}/backend/registryfile/main.cpp)
+set(TT_FUZZ_SOURCE_etcdprotocol ${CMAKE_CURRENT_LIST_DIR}/tools/etcdprotocol/main.cpp
+                                ${CMAKE_CURRENT_LIST_DIR}/../tools/sync/etcdprotocol.cpp)
+# Where the sources outside the library find their headers.
+set(TT_FUZZ_INCLUDE_DIRECTORIES ${CMAKE_CURRENT_LIST_DIR}/../tools/sync)
 
 # tt_add_static_copy(NAME): the library as a static archive, with the sources
 # and settings of the shared one, that never runs a command a template names.

@@ -65,9 +65,11 @@ void expectTranscript(const TranscriptRow &row, const QString &dir)
     environment.insert("S", TT_SYNC_PATH);
     environment.insert("SHIM", TT_FAILSHIM_PATH);
     environment.insert("EXAMPLES", TT_EXAMPLES_DIR);
+    environment.insert("ETCDLIB", TT_ETCD_LIBRARY);
     environment.insert("LC_ALL", "C.UTF-8");
     shell.setProcessEnvironment(environment);
     shell.start("bash", {"-c", QString::fromStdString(row.script)});
+    shell.closeWriteChannel();
     ASSERT_TRUE(shell.waitForFinished(120000));
     const QByteArray here = QFile::encodeName(dir);
     const QByteArray out = shell.readAllStandardOutput().replace(here, "@");

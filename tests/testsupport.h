@@ -74,7 +74,8 @@ Rendered render(TessivaneTemplate &engine, const QByteArray &templateText,
  * A bash script and what it must print, run by expectTranscript() in a
  * directory of the test's. In the script $T names tessivane-template, $S
  * tessivane-sync, $SHIM the library that makes system calls fail and
- * $EXAMPLES the folder of the shipped examples; in what
+ * $EXAMPLES the folder of the shipped examples and $ETCDLIB the script that
+ * starts etcd members (tools/etcd.sh); in what
  * it prints, "@" stands for the directory. A script exits with 77, giving
  * the reason on standard error, where the machine forbids what it needs.
  */
