@@ -172,6 +172,9 @@ done
 echo "$($tool --version) on $(nproc) cores, load average $(cut -d' ' -f1-3 /proc/loadavg)"
 "${helper[@]}" report "$results"
 
+# The sync tool against a real etcd: convergence, snapshot and memory.
+python3 "$here/sync.py" "$(dirname "$tool")/tessivane-sync" "$build" || fail "sync.py exited with status $?"
+
 # The micro-benchmarks, briefly: a check that they still run and a rough figure.
 for program in "$build"/bench/bench_*; do
     [ -f "$program" ] && [ -x "$program" ] || continue
