@@ -36,7 +36,7 @@ for t in $(seq 0 9); do
 done
 ( i=0; while :; do i=$((i + 1)); ectl put /app/k00042 w$i >/dev/null; ectl put /app/k99999 w$i >/dev/null; done ) &
 writer=$!
-printf '%%%%FOREACH $K IN REG(/app)%%%%\n%%%%ITEM($K)%%%% %%%%REG($K)%%%%\n%%%%ENDFOREACH%%%%\n' > all.tmpl
+awk 'BEGIN { for (i = 0; i < 100000; i++) printf "k%05d %%%%REG(/app/k%05d)%%%%\n", i, i }' > all.tmpl
 sync_config s.toml all.tmpl 'page_size = 1000'
 sleep 0.3; $S s.toml 2> log; echo $?; kill $writer
 revision=$(grep -o 'snapshot of 100000 keys at revision [0-9]*' log | grep -o '[0-9]*$')
