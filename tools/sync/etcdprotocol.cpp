@@ -4,6 +4,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <algorithm>
+#include <cmath>
+
 namespace EtcdProtocol {
 
 namespace {
@@ -29,19 +32,27 @@ QByteArray rangeEnd(const QByteArray &prefix)
     return end;
 }
 
-// 64-bit numbers travel as strings; a number left out is 0.
+// 64-bit numbers travel as strings of digits; a number left out is 0. A JSON
+// number is taken only while a double holds it exactly.
 bool readNumber(const QJsonValue &value, qint64 &number)
 {
-    bool isOk = true;
+    number = 0;
     if (value.isUndefined())
-        number = 0;
-    else if (value.isString())
-        number = value.toString().toLongLong(&isOk);
-    else if (value.isDouble())
-        number = qint64(value.toDouble());
-    else
-        isOk = false;
-    return isOk && number >= 0;
+        return true;
+    if (value.isDouble()) {
+        const double exact = value.toDouble();
+        if (!(exact >= 0 && exact < 9007199254740992.0 && exact == std::floor(exact)))
+            return false;
+        number = qint64(exact);
+        return true;
+    }
+    const QString digits = value.toString();
+    const bool isDigits = value.isString() && !digits.isEmpty() && digits.size() <= 18
+        && std::all_of(digits.cbegin(), digits.cend(),
+                       [](QChar c) { return c >= QLatin1Char('0') && c <= QLatin1Char('9'); });
+    if (isDigits)
+        number = digits.toLongLong();
+    return isDigits;
 }
 
 bool readBytes(const QJsonValue &value, QByteArray &bytes)
@@ -64,6 +75,7 @@ bool readKeyValue(const QJsonValue &value, KeyValue &keyValue)
     return value.isObject() && object.contains(QLatin1String("key"))
         && readBytes(object.value(QLatin1String("key")), keyValue.key)
         && readBytes(object.value(QLatin1String("value")), keyValue.value)
+        && readNumber(object.value(QLatin1String("mod_revision")), keyValue.modRevision)
         && !keyValue.key.isEmpty();
 }
 
@@ -172,6 +184,14 @@ bool parseRangePage(const QByteArray &reply, RangePage &page, QString &error)
     return true;
 }
 
+QString errorOf(const QByteArray &reply)
+{
+    const QJsonObject object = QJsonDocument::fromJson(reply).object();
+    return object.contains(QLatin1String("error")) || object.contains(QLatin1String("code"))
+        ? gatewayError(object)
+        : QString();
+}
+
 bool parseToken(const QByteArray &reply, QByteArray &token, QString &error)
 {
     QJsonObject object;
@@ -207,6 +227,7 @@ WatchMessage parseWatchMessage(const QByteArray &message)
     }
     watch.isCreated = result.value(QLatin1String("created")).toBool();
     watch.isCanceled = result.value(QLatin1String("canceled")).toBool();
+    watch.cancelReason = result.value(QLatin1String("cancel_reason")).toString();
     return watch;
 }
 
@@ -233,20 +254,27 @@ QList<WatchMessage> WatchStream::feed(const QByteArray &bytes)
             m_isInString = true;
         else if (c == '{' || c == '}')
             m_depth += c == '{' ? 1 : -1;
-        if (m_depth == 0 || m_pending.size() > s_largestMessage) {
+        if (m_depth == 0) {
             messages << parseWatchMessage(m_pending);
-            m_pending.clear();
-            m_depth = 0;
-            m_isInString = false;
-            m_isEscaped = false;
+        } else if (m_pending.size() > s_largestMessage) {
+            WatchMessage tooLarge;
+            tooLarge.isTooLarge = true;
+            tooLarge.error = QStringLiteral("a watch message larger than 64 MiB");
+            messages << tooLarge;
+        } else {
+            continue;
         }
+        reset();
     }
     return messages;
 }
 
-bool WatchStream::hasPartialMessage() const
+void WatchStream::reset()
 {
-    return !m_pending.isEmpty();
+    m_pending.clear();
+    m_depth = 0;
+    m_isInString = false;
+    m_isEscaped = false;
 }
 
 } // namespace EtcdProtocol

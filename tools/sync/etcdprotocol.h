@@ -21,6 +21,7 @@ struct KeyValue
 {
     QByteArray key;
     QByteArray value;
+    qint64 modRevision = 0; // of the change that made it; 0 when the reply left it out
     bool isDeleted = false; // in a watch event
 };
 
@@ -37,9 +38,14 @@ struct WatchMessage
 {
     bool isCreated = false;
     bool isCanceled = false;
-    qint64 revision = 0; // of the header: events up to it are delivered
+    bool isTooLarge = false; // cut off unread: the stream cannot be followed any further
+    // Of the header. Only a progress notification (no event, neither created nor
+    // canceled) promises that every event up to it has been delivered: a batch
+    // that catches up carries the store's current revision.
+    qint64 revision = 0;
     qint64 compactRevision = 0; // set when the watch started at a compacted revision
     QList<KeyValue> events;
+    QString cancelReason;
     QString error; // the gateway's error object, or why the message was not understood
 };
 
@@ -55,6 +61,8 @@ QByteArray authenticateRequest(const QString &name, const QString &password);
 bool parseRangePage(const QByteArray &reply, RangePage &page, QString &error);
 /// Reads an authenticate reply. Returns false, with \a error set, when it holds no token.
 bool parseToken(const QByteArray &reply, QByteArray &token, QString &error);
+/// The message of the gateway's error object in \a reply, or nothing when it holds none.
+QString errorOf(const QByteArray &reply);
 
 /// Cuts a watch stream into its messages, however its bytes arrive.
 class WatchStream
@@ -62,10 +70,10 @@ class WatchStream
 public:
     /// Takes the next bytes of the stream and returns the messages they complete.
     QList<WatchMessage> feed(const QByteArray &bytes);
-    /// Whether a message has begun and not ended.
-    bool hasPartialMessage() const;
 
 private:
+    void reset();
+
     QByteArray m_pending; // the message read so far
     int m_depth = 0; // of braces, outside strings
     bool m_isInString = false;
