@@ -5,6 +5,8 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QSet>
+#include <QSslCertificate>
+#include <QSslKey>
 #include <QUrl>
 
 #include <toml++/toml.h>
@@ -303,6 +305,66 @@ bool readTemplate(TomlReader &reader, const toml::table &table, TemplateSettings
     return true;
 }
 
+QString readWhole(const QString &path, QByteArray &data)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return file.errorString();
+    data = file.read(s_largestFile + 1);
+    if (file.error() != QFileDevice::NoError)
+        return file.errorString();
+    return data.size() > s_largestFile ? QStringLiteral("larger than 16 MiB") : QString();
+}
+
+// The password and the TLS files are read with the configuration, so that a
+// missing or wrong one stops the start and a reload keeps the configuration
+// in use, rather than failing every connection later.
+bool readEtcdFile(TomlReader &reader, const toml::table &table, const char *key,
+                  const QString &path, const std::function<QString(const QByteArray &)> &take)
+{
+    if (path.isEmpty())
+        return true;
+    QByteArray data;
+    QString problem = readWhole(path, data);
+    if (problem.isEmpty())
+        problem = take(data);
+    return problem.isEmpty()
+        || reader.fail(table.get(key)->source(), QLatin1String("etcd.") + QLatin1String(key),
+                       path + QLatin1String(": ") + problem);
+}
+
+bool readEtcdFiles(TomlReader &reader, const toml::table &table, EtcdSettings &etcd)
+{
+    const auto certificates = [](QList<QSslCertificate> &out) {
+        return [&out](const QByteArray &data) {
+            out = QSslCertificate::fromData(data, QSsl::Pem);
+            return out.isEmpty() ? QStringLiteral("holds no PEM certificate") : QString();
+        };
+    };
+    const auto privateKey = [&etcd](const QByteArray &data) {
+        etcd.privateKey = QSslKey(data, QSsl::Rsa);
+        if (etcd.privateKey.isNull())
+            etcd.privateKey = QSslKey(data, QSsl::Ec);
+        return etcd.privateKey.isNull()
+            ? QStringLiteral("holds no unencrypted RSA or EC private key in PEM")
+            : QString();
+    };
+    const auto password = [&etcd](const QByteArray &data) {
+        etcd.password = QString::fromUtf8(data).trimmed();
+        return QString();
+    };
+    if (!readEtcdFile(reader, table, "password_file", etcd.passwordFile, password)
+        || !readEtcdFile(reader, table, "ca_file", etcd.caFile, certificates(etcd.caCertificates))
+        || !readEtcdFile(reader, table, "cert_file", etcd.certFile,
+                         certificates(etcd.certificateChain))
+        || !readEtcdFile(reader, table, "key_file", etcd.keyFile, privateKey))
+        return false;
+    if (etcd.certFile.isEmpty() != etcd.keyFile.isEmpty())
+        return reader.fail(table.source(), QStringLiteral("etcd.cert_file"),
+                           QStringLiteral("cert_file and key_file go together"));
+    return true;
+}
+
 bool readRegistry(TomlReader &reader, const toml::table &table, SyncConfiguration &configuration)
 {
     const QString section = QStringLiteral("registry.");
@@ -331,9 +393,11 @@ bool readEtcd(TomlReader &reader, const toml::table &table, EtcdSettings &etcd)
         return false;
     if (const toml::node *pageSize = table.get("page_size")) {
         const auto *number = pageSize->as_integer();
-        if (!number || number->get() < 1 || number->get() > 1000000)
+        // etcd finds a page's keys among all those after its first one, so that
+        // small pages cost the server the square of the keys over the page size.
+        if (!number || number->get() < 100 || number->get() > 1000000)
             return reader.fail(pageSize->source(), QStringLiteral("etcd.page_size"),
-                               QStringLiteral("expected a number from 1 to 1000000"));
+                               QStringLiteral("expected a number from 100 to 1000000"));
         etcd.pageSize = int(number->get());
     }
     if (etcd.timeoutMs <= 0)
@@ -351,7 +415,7 @@ bool readEtcd(TomlReader &reader, const toml::table &table, EtcdSettings &etcd)
             return reader.fail(table.get("endpoints")->source(), QStringLiteral("etcd.endpoints"),
                                QLatin1String("not an http or https URL: ") + endpoint);
     }
-    return true;
+    return readEtcdFiles(reader, table, etcd);
 }
 
 bool readWatch(TomlReader &reader, const toml::table &table, WatchSettings &watch)
@@ -365,21 +429,14 @@ bool readWatch(TomlReader &reader, const toml::table &table, WatchSettings &watc
     // Unless given, wait_max is at least wait.
     if (!table.get("wait_max"))
         watch.waitMaxMs = qMax(watch.waitMaxMs, watch.waitMs);
+    // A pause of nothing would retry an etcd that is away as fast as the machine can.
+    if (watch.backoffMaxMs < 100)
+        return reader.fail(table.get("backoff_max")->source(), QStringLiteral("watch.backoff_max"),
+                           QStringLiteral("shorter than 100ms"));
     if (watch.waitMaxMs < watch.waitMs)
         return reader.fail(table.source(), QStringLiteral("watch.wait_max"),
                            QStringLiteral("shorter than watch.wait"));
     return true;
-}
-
-QString readWhole(const QString &path, QByteArray &data)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return file.errorString();
-    data = file.read(s_largestFile + 1);
-    if (file.error() != QFileDevice::NoError)
-        return file.errorString();
-    return data.size() > s_largestFile ? QStringLiteral("larger than 16 MiB") : QString();
 }
 
 } // namespace

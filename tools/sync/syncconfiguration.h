@@ -6,6 +6,8 @@
 #include <QByteArray>
 #include <QList>
 #include <QPair>
+#include <QSslCertificate>
+#include <QSslKey>
 #include <QString>
 #include <QStringList>
 
@@ -41,9 +43,13 @@ struct EtcdSettings
     QString prefix;
     QString username;
     QString passwordFile;
+    QString password; // read from passwordFile
     QString caFile;
     QString certFile;
     QString keyFile;
+    QList<QSslCertificate> caCertificates; // read from caFile, certFile and keyFile
+    QList<QSslCertificate> certificateChain;
+    QSslKey privateKey;
     int timeoutMs = 5000;
     int pageSize = 10000; // keys a range read asks for at a time
 };
