@@ -45,7 +45,8 @@ wc -l < out; cmp expected out && echo "the revision's own values")sh",
      "0\n100000\nthe revision's own values\n", ""},
 
     // A put, a delete and a burst each arrive; two keys changed in one transaction are never
-    // seen one without the other; a key that is not UTF-8 is skipped with a line that names it.
+    // seen one without the other; a key that is not UTF-8 is skipped, and a key whose value
+    // is not is left out, each with a line that names it.
     {"WatchFollowsPutsDeletesAndTransactions", s_library + R"sh(
 etcd_cluster 1
 ectl put /app/a 1 >/dev/null; ectl put /app/b 1 >/dev/null
@@ -60,24 +61,28 @@ for i in $(seq 3 40); do ectl put /app/a $i >/dev/null; done; shows 'a=40 b=-'
 for i in $(seq 1 30); do printf '\nput /app/a t%s\nput /app/b t%s\n\n\n' $i $i | ectl txn >/dev/null; done
 shows 'a=t30 b=t30'; kill $reader
 awk '{ split($1, a, "="); split($2, b, "="); if (a[2] ~ /^t/ && a[2] != b[2]) print "torn:", $0 }' seen | head -1
-ectl put $'/app/\xff' x >/dev/null; sleep 0.5
-grep -o 'etcd: skipped a key that is not UTF-8: .*' log
+ectl put $'/app/\xff' x >/dev/null; ectl put /app/a $'\xfe' >/dev/null; shows 'a=- b=t30'
+grep -o 'etcd: skipped .*' log
 kill $sync; wait $sync; echo $?)sh",
-     "seen a=1 b=1\nseen a=2 b=1\nseen a=2 b=-\nseen a=40 b=-\nseen a=t30 b=t30\n"
-     "etcd: skipped a key that is not UTF-8: /app/%FF\n0\n", ""},
+     "seen a=1 b=1\nseen a=2 b=1\nseen a=2 b=-\nseen a=40 b=-\nseen a=t30 b=t30\nseen a=- b=t30\n"
+     "etcd: skipped a key that is not UTF-8: /app/%FF\netcd: skipped /app/a: its value is not UTF-8\n"
+     "0\n", ""},
 
-    // A cluster of three: the member the watch is on stops; all stop for 10 s, in which the
-    // destination stays and the process idles; a compaction passes the watch while the
+    // A cluster of three: the member the watch is on stops answering (SIGSTOP), which only a
+    // read on the side notices; all stop for 10 s, in which the destination stays and the
+    // process idles; a compaction passes the watch while the
     // process is stopped; every key is deleted under a strict template.
     {"ClusterFaults", s_library + R"sh(
 etcd_cluster 3
 ectl put /app/v 1 >/dev/null
 echo 'v=%%REG(/app/v)%%' > t.tmpl
-sync_config w.toml t.tmpl
+sync_config w.toml t.tmpl 'timeout = "1s"'
 $S --watch w.toml 2> log & sync=$!
 shows 'v=1'
-etcd_stop 1; ectl put /app/v 2 >/dev/null; shows 'v=2'
-etcd_stop 2; etcd_stop 3
+kill -STOP ${etcd_pids[1]} # a put that reached a stopped leader is lost: it is tried again
+until EP=$EP2 ectl put /app/v 2 >/dev/null 2>&1; do sleep 0.2; done; shows 'v=2' 20
+grep -q "waiting for etcd: $EP1: no answer within 1 s" log && echo "the silence noticed"
+kill -CONT ${etcd_pids[1]}; etcd_stop 1; etcd_stop 2; etcd_stop 3
 cpu() { awk '{ print $14 + $15 }' /proc/$sync/stat; }
 before=$(cpu); sleep 10; after=$(cpu); cat out
 [ $((after - before)) -lt 50 ] && echo "idle while etcd was away"
@@ -92,7 +97,7 @@ grep -c 'reading a fresh snapshot' log
 ectl del --prefix /app/ >/dev/null; sleep 1; cat out
 grep -c 't: not rendered' log
 kill $sync; wait $sync; echo $?)sh",
-     "seen v=1\nseen v=2\nv=2\nidle while etcd was away\nseen v=3\nseen v=6\n1\nv=6\n1\n0\n", ""},
+     "seen v=1\nseen v=2\nthe silence noticed\nv=2\nidle while etcd was away\nseen v=3\nseen v=6\n1\nv=6\n1\n0\n", ""},
 
     // A token is fetched, and fetched again once it expires; a wrong password is an error at
     // once without --watch, and retried with --watch.
@@ -109,13 +114,15 @@ $S --watch s.toml 2> log & sync=$!
 shows 'v=1'; sleep 2.5; etcd_stop 1; etcd_start 1; etcd_healthy
 ectl put /app/v 2 >/dev/null; shows 'v=2' 20
 kill $sync; wait $sync; echo $?
-echo wrong > pw; $S s.toml; echo $?
+echo wrong > pw; $S s.toml 2>&1 | sed "s|$EP|EP|"; echo ${PIPESTATUS[0]}
 $S --watch s.toml 2> log & sync=$!; sleep 2
 kill -0 $sync && echo "still trying"; kill $sync; wait $sync
-grep -c 'waiting for etcd: authentication failed' log)sh",
-     "seen v=1\nseen v=2\n0\n2\nstill trying\n1\n",
-     "tessivane-sync: etcd: no endpoint answered: authentication failed: etcdserver: "
-     "authentication failed, invalid user ID or password\n"},
+grep -c 'waiting for etcd: .*: authentication failed' log
+ectl user add other:otherpw >/dev/null; echo otherpw > pw; sed -i 's/"app"/"other"/' s.toml
+timeout 10 $S s.toml 2>&1 | sed "s|$EP|EP|"; echo ${PIPESTATUS[0]})sh",
+     "seen v=1\nseen v=2\n0\ntessivane-sync: etcd: no endpoint answered: EP: authentication failed: "
+     "etcdserver: authentication failed, invalid user ID or password\n2\nstill trying\n1\n"
+     "tessivane-sync: etcd: no endpoint answered: EP: etcdserver: permission denied\n2\n", ""},
 
     // A client certificate signed by the CA the member trusts works; a CA that did not sign
     // the member's certificate is refused.
@@ -142,12 +149,16 @@ $S s.toml 2>/dev/null; echo $?; cat out
 sed -i 's/ca_file = "ca.pem"/ca_file = "other.pem"/' s.toml; $S s.toml 2> log; echo $?
 grep -c 'no endpoint answered' log)sh", "0\nv=secure\n2\n1\n", ""},
 
+    // Nothing listens on the first endpoint; the second is a member that does not answer.
     {"NoEndpointAnswers", s_library + R"sh(
-EP=http://127.0.0.1:$(free_port)
+etcd_cluster 1; kill -STOP ${etcd_pids[1]}
+EP=http://127.0.0.1:$(free_port),$EP
 echo 'v=%%REG(/app/v)%%' > t.tmpl
 sync_config s.toml t.tmpl 'timeout = "1s"'
-timeout 20 $S s.toml; echo $?; [ -e out ] || echo "nothing written")sh",
-     "2\nnothing written\n", "tessivane-sync: etcd: no endpoint answered: Connection refused\n"},
+timeout 20 $S s.toml 2>&1 | sed "s|${EP%,*}|DOWN|; s|$EP1|STOPPED|"; echo ${PIPESTATUS[0]}
+[ -e out ] || echo "nothing written"; kill -CONT ${etcd_pids[1]})sh",
+     "tessivane-sync: etcd: no endpoint answered: DOWN: Connection refused; STOPPED: no answer "
+     "within 1 s\n2\nnothing written\n", ""},
 };
 // clang-format on
 
