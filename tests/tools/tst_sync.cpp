@@ -141,10 +141,14 @@ x = 1
 [[template]]\nsource = "a"\ndestination = "b"\nmode = 640
 [[template]]\nsource = "a"\ndestination = "b"\ntimeout = "0s"
 [etcd]\nendpoints = ["ftp://x"]\nprefix = "/a"
+[etcd]\nprefix = "/a"\npassword_file = "nope"
+[etcd]\nprefix = "/a"\nca_file = "sync.toml"
+[etcd]\nprefix = "/a"\npage_size = 10
+[watch]\nbackoff_max = "0s"
 EOF
 mkdir d; printf '[[template]]\nname = "x"\nsource = "a"\ndestination = "b"\n' > d/1.toml
 cp d/1.toml d/2.toml; $S d; echo $?; sed -i 's/"x"/"y"/' d/2.toml; $S d; echo $?; $S -n nope sync.toml; echo $?; ls out)sh",
-     "2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\nbadcheck.conf\nstrict.conf\n",
+     "2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\nbadcheck.conf\nstrict.conf\n",
      s_log + "bad.toml:1:1: x: unknown key\n"
      + s_log + "bad.toml:1:1: template.destination: missing\n"
      + s_log + "bad.toml:2:8: watch.wait: expected a duration such as \"200ms\", \"30s\" or \"5m\"\n"
@@ -157,6 +161,10 @@ cp d/1.toml d/2.toml; $S d; echo $?; sed -i 's/"x"/"y"/' d/2.toml; $S d; echo $?
      + s_log + "bad.toml:4:8: template.mode: expected octal permission bits such as \"0640\"\n"
      + s_log + "bad.toml:4:11: template.timeout: must be longer than 0\n"
      + s_log + "bad.toml:2:13: etcd.endpoints: not an http or https URL: ftp://x\n"
+     + s_log + "bad.toml:3:17: etcd.password_file: @/nope: No such file or directory\n"
+     + s_log + "bad.toml:3:11: etcd.ca_file: @/sync.toml: holds no PEM certificate\n"
+     + s_log + "bad.toml:3:13: etcd.page_size: expected a number from 100 to 1000000\n"
+     + s_log + "bad.toml:2:15: watch.backoff_max: shorter than 100ms\n"
      + s_log + "d/2.toml:1: template.name: 'x' is given before, at d/1.toml:1\n"
      + s_log + "d/2.toml:1: template.destination: '@/d/b' is given before, at d/1.toml:1\n"
      + s_log + "no template is named 'nope' (see 'tessivane-sync --help')\n"},
@@ -228,36 +236,49 @@ TEST_P(TessivaneSync, KeepsDestinationsInStep)
 
 INSTANTIATE_TEST_SUITE_P(Rows, TessivaneSync, ::testing::ValuesIn(s_rows), testRowName);
 
-// Under systemd the first cycle ends with READY=1 on the notification socket.
+// Under systemd the first cycle ends with READY=1 on the notification socket;
+// so does one that waits for etcd, so that the unit does not time out.
 TEST(TessivaneSyncNotify, ReportsReadyAfterTheFirstCycle)
 {
-    QTemporaryDir dir;
-    writeFile(dir.filePath("t.tmpl"), "x\n");
-    writeFile(dir.filePath("s.toml"), "[[template]]\nsource = \"t.tmpl\"\ndestination = \"out\"\n");
-    const QByteArray socketPath = QFile::encodeName(dir.filePath("notify"));
-    const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, socketPath.constData(), sizeof address.sun_path - 1);
-    ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    const timeval timeout = {30, 0};
-    ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    const struct
+    {
+        QByteArray etcd;
+        QByteArray notification;
+        QByteArray output;
+    } rows[] = {
+        {"", "READY=1\nSTATUS=1 replaced, 0 unchanged, 0 failed", "x\n"},
+        {"[etcd]\nendpoints = [\"http://127.0.0.1:1\"]\nprefix = \"/a/\"\n",
+         "READY=1\nSTATUS=waiting for etcd", ""},
+    };
+    for (const auto &row : rows) {
+        QTemporaryDir dir;
+        writeFile(dir.filePath("t.tmpl"), "x\n");
+        writeFile(dir.filePath("s.toml"),
+                  row.etcd + "[[template]]\nsource = \"t.tmpl\"\ndestination = \"out\"\n");
+        const QByteArray socketPath = QFile::encodeName(dir.filePath("notify"));
+        const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, socketPath.constData(), sizeof address.sun_path - 1);
+        ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+        const timeval timeout = {30, 0};
+        ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
 
-    QProcess sync;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("NOTIFY_SOCKET", QString::fromLocal8Bit(socketPath));
-    sync.setProcessEnvironment(environment);
-    sync.setWorkingDirectory(dir.path());
-    sync.start(TT_SYNC_PATH, {"--watch", "s.toml"});
-    char message[256] = {};
-    const ssize_t size = ::recv(socket, message, sizeof message - 1, 0);
-    sync.terminate();
-    EXPECT_TRUE(sync.waitForFinished(30000));
-    ::close(socket);
-    EXPECT_EQ(QByteArray(message, int(qMax<ssize_t>(size, 0))),
-              "READY=1\nSTATUS=1 replaced, 0 unchanged, 0 failed");
-    EXPECT_EQ(readFile(dir.filePath("out")), "x\n");
-    EXPECT_EQ(sync.exitCode(), 0);
+        QProcess sync;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("NOTIFY_SOCKET", QString::fromLocal8Bit(socketPath));
+        sync.setProcessEnvironment(environment);
+        sync.setWorkingDirectory(dir.path());
+        sync.start(TT_SYNC_PATH, {"--watch", "s.toml"});
+        char message[256] = {};
+        const ssize_t size = ::recv(socket, message, sizeof message - 1, 0);
+        sync.terminate();
+        EXPECT_TRUE(sync.waitForFinished(30000));
+        ::close(socket);
+        EXPECT_EQ(QByteArray(message, int(qMax<ssize_t>(size, 0))), row.notification);
+        EXPECT_EQ(readFile(dir.filePath("out")), row.output);
+        EXPECT_EQ(sync.exitCode(), 0);
+    }
 }
 
 } // namespace

@@ -131,10 +131,15 @@ void SyncDaemon::runCycle()
     m_longest.stop();
     if (m_isConfigurationChanged)
         reloadConfiguration();
-    // Nothing is rendered before every source has its first snapshot.
+    // Nothing is rendered before every source has its first snapshot. The
+    // service is up all the same: a unit waiting on etcd must not time out.
     for (RegistrySource *source : qAsConst(m_sources)) {
-        if (!source->isReady())
+        if (!source->isReady()) {
+            if (!m_isReady)
+                ::sd_notify(0, "READY=1\nSTATUS=waiting for etcd");
+            m_isReady = true;
             return;
+        }
     }
     SyncCycle cycle(*m_configuration, m_sources);
     cycle.setSelection(m_names);
