@@ -44,7 +44,7 @@ void expectSame(const QList<EtcdProtocol::WatchMessage> &messages,
 }
 
 // Every cut is tried while that stays cheap: the cost grows with the square of the size.
-const int s_largestInputCutEverywhere = 512;
+const int s_largestInputCutEverywhere = 256;
 
 } // namespace
 
