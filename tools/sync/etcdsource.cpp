@@ -164,9 +164,9 @@ QNetworkReply *EtcdRegistrySource::post(const char *path, const QByteArray &body
 
 void EtcdRegistrySource::authenticate(QPointer<QNetworkReply> &slot, Step next)
 {
-    QNetworkReply *reply = post("/v3/auth/authenticate",
-                                EtcdProtocol::authenticateRequest(m_settings.username,
-                                                                  m_settings.password));
+    QNetworkReply *reply =
+        post("/v3/auth/authenticate",
+             EtcdProtocol::authenticateRequest(m_settings.username, m_settings.password));
     slot = reply;
     connect(reply, &QNetworkReply::finished, this,
             [this, reply, next] { authenticated(reply, next); });
@@ -188,8 +188,7 @@ void EtcdRegistrySource::authenticated(QNetworkReply *reply, Step next)
 // A token refused for the first time has expired, or belongs to another
 // member: a new one is fetched and \a next taken again. One refused as soon
 // as it was fetched is a failure, so that a refusal cannot loop.
-bool EtcdRegistrySource::renewsToken(QNetworkReply *reply, QPointer<QNetworkReply> &slot,
-                                     Step next)
+bool EtcdRegistrySource::renewsToken(QNetworkReply *reply, QPointer<QNetworkReply> &slot, Step next)
 {
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     if (status != 401 || m_token.isEmpty() || m_isTokenFresh)
@@ -345,8 +344,7 @@ void EtcdRegistrySource::watchEnded()
 void EtcdRegistrySource::probe()
 {
     QNetworkReply *reply = post(
-        "/v3/kv/range",
-        EtcdProtocol::rangeRequest(m_settings.prefix.toUtf8(), QByteArray(), 0, 1));
+        "/v3/kv/range", EtcdProtocol::rangeRequest(m_settings.prefix.toUtf8(), QByteArray(), 0, 1));
     m_probe = reply;
     connect(reply, &QNetworkReply::finished, this, [this, reply] { probed(reply); });
 }
@@ -387,8 +385,9 @@ QString EtcdRegistrySource::failureOf(QNetworkReply *reply, const QByteArray &bo
         return QLatin1String("TLS: ") + tls;
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     if (status != 0)
-        return QStringLiteral("HTTP %1 %2").arg(status).arg(
-            reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString());
+        return QStringLiteral("HTTP %1 %2")
+            .arg(status)
+            .arg(reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString());
     return reply->errorString();
 }
 
