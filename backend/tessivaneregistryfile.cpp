@@ -231,10 +231,10 @@ bool TessivaneRegistryFile::parseJson(const QString &fileName, const QByteArray 
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(data, &error);
     if (error.error != QJsonParseError::NoError) {
-        const int offset = qBound(0, error.offset, data.size());
-        const int lineStart = data.lastIndexOf('\n', offset - 1) + 1;
-        const int line = data.left(offset).count('\n') + 1;
-        const int column = QString::fromUtf8(data.mid(lineStart, offset - lineStart)).size() + 1;
+        const int offset = qBound(0, error.offset, int(data.size()));
+        const int lineStart = int(data.lastIndexOf('\n', offset - 1)) + 1;
+        const int line = int(data.left(offset).count('\n')) + 1;
+        const int column = int(fromUtf8(data.mid(lineStart, offset - lineStart)).size()) + 1;
         return fail(QStringLiteral("%1:%2:%3: JSON syntax error: %4")
                         .arg(fileName, QString::number(line), QString::number(column),
                              error.errorString()));

@@ -20,7 +20,7 @@ bool isNameCharacter(QChar c)
         || (c >= QLatin1Char('0') && c <= QLatin1Char('9')) || c == QLatin1Char('_');
 }
 
-bool isRegRootAt(const QStringRef &key, int at)
+bool isRegRootAt(QStringView key, int at)
 {
     if (key.size() - at < s_regRoot.size())
         return false;
@@ -33,7 +33,7 @@ bool isRegRootAt(const QStringRef &key, int at)
 
 // Every "$REGROOT" becomes the registry root, built in place in one
 // allocation: this runs for every registry command of a template.
-QString expandRegRoot(const QStringRef &key, const QVarLengthArray<int, 4> &found,
+QString expandRegRoot(QStringView key, const QVarLengthArray<int, 4> &found,
                       const TessivaneTemplate *engine)
 {
     if (found.isEmpty())
@@ -44,18 +44,18 @@ QString expandRegRoot(const QStringRef &key, const QVarLengthArray<int, 4> &foun
     QChar *out = expanded.data();
     int from = 0;
     for (const int at : found) {
-        out = std::copy(key.unicode() + from, key.unicode() + at, out);
+        out = std::copy(key.begin() + from, key.begin() + at, out);
         out = std::copy(root.unicode(), root.unicode() + root.size(), out);
         from = at + s_regRoot.size();
     }
-    std::copy(key.unicode() + from, key.unicode() + key.size(), out);
+    std::copy(key.begin() + from, key.end(), out);
     return expanded;
 }
 
 // The general case, inside a loop's block: one pass over the "$" signs, and
 // what replaces them is not looked at again, so that a registry root that
 // holds "$S" stays as it is.
-QString expandNames(const QStringRef &key, const TessivaneTemplate *engine)
+QString expandNames(QStringView key, const TessivaneTemplate *engine)
 {
     QString expanded;
     int from = 0;
@@ -88,7 +88,7 @@ QString expandNames(const QStringRef &key, const TessivaneTemplate *engine)
 
 // Only a "$" that starts a name other than "$REGROOT" asks the engine for
 // its loops, which version 1 never has.
-QString expandRegistryKey(const QStringRef &key, const TessivaneTemplate *engine)
+QString expandRegistryKey(QStringView key, const TessivaneTemplate *engine)
 {
     QVarLengthArray<int, 4> roots;
     for (int at = indexOfText(key, QLatin1String("$")); at >= 0;

@@ -2,7 +2,7 @@
 #define TESSIVANETEMPLATE_REGISTRYKEY_P_H
 
 #include <QString>
-#include <QStringRef>
+#include <QStringView>
 
 class TessivaneTemplate;
 
@@ -13,7 +13,7 @@ namespace TessivaneTemplatePrivate {
 // FOREACH, every loop name ("$" and upper-case letters, digits and "_") that
 // a loop binds becomes the key of its current child. Names no loop binds stay
 // as they are.
-QString expandRegistryKey(const QStringRef &key, const TessivaneTemplate *engine);
+QString expandRegistryKey(QStringView key, const TessivaneTemplate *engine);
 
 } // namespace TessivaneTemplatePrivate
 

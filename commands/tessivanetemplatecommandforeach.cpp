@@ -24,7 +24,7 @@ const QLatin1String s_foreach("FOREACH");
 const QLatin1String s_endForeach("ENDFOREACH");
 const QLatin1String s_item("ITEM");
 
-QString commandName(const QStringRef &token)
+QString commandName(QStringView token)
 {
     QString name;
     QString parameter;
@@ -46,10 +46,10 @@ bool isNumericallyBefore(const QString &a, const QString &b)
         int zeros = 0;
         while (zeros + 1 < text.size() && text.at(zeros) == QLatin1Char('0'))
             ++zeros;
-        return text.midRef(zeros);
+        return QStringView(text).mid(zeros);
     };
-    const QStringRef x = significant(a);
-    const QStringRef y = significant(b);
+    const QStringView x = significant(a);
+    const QStringView y = significant(b);
     if (x.size() != y.size())
         return x.size() < y.size();
     return x != y ? x < y : a < b;
@@ -150,8 +150,8 @@ int TessivaneTemplateCommandForeach::begin(TessivaneTemplateParser *parser, cons
     return CommandSkipBegin;
 }
 
-bool TessivaneTemplateCommandForeach::capture(const QStringRef &token, bool isCommand,
-                                              int lineNumber, bool isControlLine)
+bool TessivaneTemplateCommandForeach::capture(QStringView token, bool isCommand, int lineNumber,
+                                              bool isControlLine)
 {
     if (lineNumber != m_headerLine)
         takeHeaderRest();

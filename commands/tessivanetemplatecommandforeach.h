@@ -4,7 +4,7 @@
 #include "tessivanetemplatecommand.h"
 
 #include <QString>
-#include <QStringRef>
+#include <QStringView>
 
 /**
  * \brief Loops of version 2: "FOREACH $NAME IN REG(prefix)" ... "ENDFOREACH", and "ITEM($NAME)".
@@ -50,7 +50,7 @@ private:
      * control commands: the rest of the header's line and the start of the
      * closing line are then no part of the block.
      */
-    bool capture(const QStringRef &token, bool isCommand, int lineNumber, bool isControlLine);
+    bool capture(QStringView token, bool isCommand, int lineNumber, bool isControlLine);
     /// Reports a block left open at the end of the input.
     void finish(TessivaneTemplateParser *parser);
 

@@ -43,7 +43,8 @@ int openForReading(const QString &path, QFile &file)
 {
     if (path.contains(QChar(0)))
         return ENOENT;
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NOCTTY | O_CLOEXEC);
+    const int fd = ::open(QFile::encodeName(fileSystemName(path)).constData(),
+                          O_RDONLY | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
         return errno;
     struct stat status;
@@ -60,7 +61,7 @@ int openForReading(const QString &path, QFile &file)
 // complains aloud about the others.
 QString canonicalPath(const QString &path)
 {
-    return canNameFile(path) ? QFileInfo(path).canonicalFilePath() : QString();
+    return canNameFile(path) ? QFileInfo(fileSystemName(path)).canonicalFilePath() : QString();
 }
 
 } // namespace
@@ -135,13 +136,13 @@ int TessivaneTemplateCommandInclude::includeDir(TessivaneTemplateParser *parser,
 {
     // An empty name is no directory: QDir would read it as the working
     // directory and give its entries absolute paths under "/".
-    const QDir dir(path);
+    const QDir dir(fileSystemName(path));
     if (path.isEmpty() || !dir.exists()) {
         parser->warning("Could not open directory '%s'", arg(path).constData());
         return CommandFailed;
     }
-    const QStringList entries = dir.entryList(QDir::Files | QDir::NoSymLinks | QDir::Readable,
-                                              QDir::Name | QDir::IgnoreCase);
+    const QStringList entries =
+        entriesIgnoringCase(dir, QDir::Files | QDir::NoSymLinks | QDir::Readable);
     for (const QString &entry : entries) {
         if (entry == QLatin1String(".") || entry == QLatin1String(".."))
             continue;

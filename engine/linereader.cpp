@@ -1,5 +1,7 @@
 #include "linereader_p.h"
 
+#include "qtcompat_p.h"
+
 #include <QFileDevice>
 #include <QIODevice>
 #include <QTextCodec>
@@ -111,7 +113,7 @@ bool LineReader::start()
     }
     if (!m_error.isEmpty() || m_buffer.isEmpty())
         return false;
-    m_codec = m_stream->codec();
+    m_codec = codecOf(*m_stream);
     if (m_isAtStart && m_stream->autoDetectUnicode())
         m_codec = QTextCodec::codecForUtfText(m_buffer, m_codec);
     m_cutsBytes = m_codec->mibEnum() == s_utf8Mib || m_codec->mibEnum() == s_latin1Mib;

@@ -197,8 +197,8 @@ int TessivaneTemplate::process(QIODevice *input, const QString &templateName, QF
 int TessivaneTemplate::run(QIODevice *input, const QString &templateName, QFile &outFile)
 {
     QTextStream in(input);
-    QTextStream out(&outFile);
-    setUtf8Codec(out);
+    Utf8Writer writer(&outFile);
+    QTextStream &out = writer.stream();
     int result;
     {
         // Leaves the running list before the output is checked.

@@ -23,16 +23,16 @@ namespace {
 // QTextStream copies what it is given into a buffer of its own before it
 // encodes it. A long text goes in slices, so that a line of a gigabyte is not
 // held twice more on its way out.
-void writeText(QTextStream &out, const QStringRef &text)
+void writeText(QTextStream &out, QStringView text)
 {
-    const int sliceSize = 1 << 16;
+    const qsizetype sliceSize = 1 << 16;
     if (text.size() <= sliceSize) {
         out << text;
         return;
     }
     // The stream's encoder keeps a surrogate pair cut in two whole.
-    for (int at = 0; at < text.size(); at += sliceSize)
-        out << text.mid(at, sliceSize);
+    for (qsizetype at = 0; at < text.size(); at += sliceSize)
+        out << text.mid(at, qMin(sliceSize, text.size() - at));
 }
 
 QString formatV(const char *format, va_list args)
@@ -64,7 +64,7 @@ bool isControlCommand(const QString &name)
 bool isControlLine(const QString &line)
 {
     TokenWalker walker(line);
-    QStringRef token;
+    QStringView token;
     bool isCommand = false;
     bool hasCommand = false;
     QString name;
@@ -129,7 +129,7 @@ int TessivaneTemplateParser::process()
         line += QLatin1Char('\n');
         if (indexOfMark(line) < 0 && !(loop && loop->isCapturing())) {
             if (m_activeCommands.isEmpty())
-                writeText(*m_out, QStringRef(&line));
+                writeText(*m_out, line);
         } else if (!processCommandLine(line, name, parameter, loop)) {
             return 1;
         }
@@ -160,7 +160,7 @@ bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &n
     const bool isControl = loop && isControlLine(line);
     const uint comments = isControl ? inlineComments(this) : 0;
     TokenWalker walker(line);
-    QStringRef token;
+    QStringView token;
     bool isCommand = false;
     while (walker.next(token, isCommand)) {
         if (loop && loop->isCapturing() && loop->capture(token, isCommand, m_lineNumber, isControl))

@@ -31,5 +31,5 @@ function(tt_add_static_copy name)
         PRIVATE TESSIVANETEMPLATE_NO_EXECUTABLES
                 QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_USE_QSTRINGBUILDER QT_NO_KEYWORDS
                 QT_DISABLE_DEPRECATED_BEFORE=0x050F00)
-    target_link_libraries(${name} PUBLIC Qt5::Core)
+    target_link_libraries(${name} PUBLIC ${TT_QT}::Core ${TT_QT_CODECS})
 endfunction()

@@ -67,11 +67,11 @@ int indexOfSyntaxChar(const ushort *data, int size, int from)
 
 } // namespace
 
-int indexOfText(const QStringRef &text, QLatin1String needle, int from)
+int indexOfText(QStringView text, QLatin1String needle, int from)
 {
     const ushort first = needle.at(0).unicode();
-    const ushort *data = reinterpret_cast<const ushort *>(text.unicode());
-    const int size = text.size();
+    const ushort *data = reinterpret_cast<const ushort *>(text.utf16());
+    const int size = int(text.size());
     const int last = size - needle.size();
     for (int i = indexOfChar(data, size, from, first); i >= 0 && i <= last;
          i = indexOfChar(data, size, i + 1, first)) {
@@ -86,10 +86,10 @@ int indexOfText(const QStringRef &text, QLatin1String needle, int from)
 
 int indexOfMark(const QString &line, int from)
 {
-    return indexOfText(QStringRef(&line), s_mark, from);
+    return indexOfText(line, s_mark, from);
 }
 
-bool TokenWalker::next(QStringRef &token, bool &isCommand)
+bool TokenWalker::next(QStringView &token, bool &isCommand)
 {
     while (m_position < m_line.size()) {
         // A closing mark is searched from behind the opening one, so "%%%%"
@@ -102,7 +102,7 @@ bool TokenWalker::next(QStringRef &token, bool &isCommand)
         m_inCommand = !m_inCommand;
         m_position = wasCommand ? mark + 2 : mark;
         if (m_position > start) {
-            token = QStringRef(&m_line, start, m_position - start);
+            token = QStringView(m_line).mid(start, m_position - start);
             isCommand = wasCommand;
             m_hasToken = true;
             return true;
@@ -110,7 +110,7 @@ bool TokenWalker::next(QStringRef &token, bool &isCommand)
     }
     if (m_position >= m_line.size() && m_hasToken)
         return false;
-    token = QStringRef(&m_line, m_position, m_line.size() - m_position);
+    token = QStringView(m_line).mid(m_position);
     isCommand = m_inCommand;
     m_position = m_line.size();
     m_hasToken = true;
@@ -120,27 +120,26 @@ bool TokenWalker::next(QStringRef &token, bool &isCommand)
 // Copies \a source into \a target, in the buffer \a target already owns when
 // it is large enough: the parser reuses its name and parameter for every
 // command, which so costs no allocation.
-void assign(QString &target, const QStringRef &source)
+void assign(QString &target, QStringView source)
 {
-    target.resize(source.size());
-    std::copy(source.unicode(), source.unicode() + source.size(), target.data());
+    target.resize(int(source.size()));
+    std::copy(source.begin(), source.end(), target.data());
 }
 
-void splitCommandToken(const QStringRef &token, QString &name, QString &parameter)
+void splitCommandToken(QStringView token, QString &name, QString &parameter)
 {
     // A token shorter than four characters loses what it has after its first two.
-    const int size = qMax(token.size() >= 4 ? token.size() - 4 : token.size() - 2, 0);
-    const QStringRef content =
-        QStringRef(token.string(), token.position() + qMin(2, token.size()), size).trimmed();
+    const int length = int(token.size());
+    const int size = qMax(length >= 4 ? length - 4 : length - 2, 0);
+    const QStringView content = token.mid(qMin(2, length), size).trimmed();
     const int open =
-        indexOfChar(reinterpret_cast<const ushort *>(content.unicode()), content.size(), 0, '(');
+        indexOfChar(reinterpret_cast<const ushort *>(content.utf16()), int(content.size()), 0, '(');
     if (open < 0) {
         assign(name, content);
         return;
     }
-    assign(name, QStringRef(content.string(), content.position(), open));
-    assign(parameter,
-           QStringRef(content.string(), content.position() + open, content.size() - open));
+    assign(name, content.left(open));
+    assign(parameter, content.mid(open));
 }
 
 // Nothing inside a group is removed (an escape keeps both characters), so a
@@ -149,7 +148,7 @@ void splitCommandToken(const QStringRef &token, QString &name, QString &paramete
 void splitGroups(const QString &parameter, GroupList &groups)
 {
     if (!parameter.contains(QLatin1Char('(')) && !parameter.contains(QLatin1Char(')'))) {
-        groups.append(QStringRef(&parameter));
+        groups.append(QStringView(parameter));
         return;
     }
     const ushort *text = parameter.utf16();
@@ -168,7 +167,7 @@ void splitGroups(const QString &parameter, GroupList &groups)
             if (c == '\\' && i + 1 < size && text[i + 1] == '"')
                 ++i;
         } else if (c == ')') {
-            groups.append(QStringRef(&parameter, groupStart, i - groupStart));
+            groups.append(QStringView(parameter).mid(groupStart, i - groupStart));
             groupStart = -1;
         }
     }

@@ -7,7 +7,7 @@
 // once. Not installed.
 
 #include <QString>
-#include <QStringRef>
+#include <QStringView>
 #include <QVarLengthArray>
 
 namespace TessivaneTemplatePrivate {
@@ -16,7 +16,7 @@ namespace TessivaneTemplatePrivate {
 // QString searches for one character with vector instructions but for a
 // string with a general algorithm that costs more than the whole search on
 // the short texts of a template.
-int indexOfText(const QStringRef &text, QLatin1String needle, int from = 0);
+int indexOfText(QStringView text, QLatin1String needle, int from = 0);
 
 // The position of the first "%%" in \a line at or after \a from, or -1.
 int indexOfMark(const QString &line, int from = 0);
@@ -34,7 +34,7 @@ public:
     }
 
     // Sets \a token to the next token and \a isCommand to its kind; false at the end.
-    bool next(QStringRef &token, bool &isCommand);
+    bool next(QStringView &token, bool &isCommand);
 
 private:
     const QString &m_line;
@@ -46,9 +46,9 @@ private:
 // Splits a command token into the name before the first "(" and the
 // parameter from there on, after dropping two characters at each end and
 // trimming; without "(" the parameter is not assigned.
-void splitCommandToken(const QStringRef &token, QString &name, QString &parameter);
+void splitCommandToken(QStringView token, QString &name, QString &parameter);
 
-using GroupList = QVarLengthArray<QStringRef, 4>;
+using GroupList = QVarLengthArray<QStringView, 4>;
 
 // The parenthesised groups of \a parameter, without their parentheses; a
 // parameter without any parenthesis is one group.

@@ -33,7 +33,7 @@ QStringList TessivaneTemplateTokenizer::tokenize(const QString &line)
     // Most command lines are text, a command and the rest of the line.
     result.reserve(3);
     TokenWalker walker(line);
-    QStringRef token;
+    QStringView token;
     bool isCommand = false;
     while (walker.next(token, isCommand))
         result.append(token.size() == line.size() ? line : token.toString());
@@ -74,7 +74,7 @@ bool TessivaneTemplateTokenizer::nextToken(QString &token, bool &isCommand)
 bool TessivaneTemplateTokenizer::parseCommandToken(const QString &token, QString &name,
                                                    QString &parameter)
 {
-    splitCommandToken(QStringRef(&token), name, parameter);
+    splitCommandToken(token, name, parameter);
     return true;
 }
 
@@ -84,7 +84,7 @@ QStringList TessivaneTemplateTokenizer::tokenizeParameters(const QString &parame
     splitGroups(parameter, groups);
     QStringList result;
     result.reserve(groups.size());
-    for (const QStringRef &group : qAsConst(groups))
+    for (const QStringView &group : qAsConst(groups))
         result.append(group.toString());
     return result;
 }

@@ -28,6 +28,9 @@ const LoadRow s_loadRows[] = {
     // The column counts characters, not bytes.
     {"JsonSyntaxError", "r.json", "{\n\"\xC3\xBC\": 1} x\n", {},
      "FILE:2:9: JSON syntax error: garbage at the end of the document"},
+    // ... and only those before the first NUL byte of the line.
+    {"JsonSyntaxErrorAfterNul", "r.json", QByteArray("{\"a\": 1 \0 x}", 12), {},
+     "FILE:1:9: JSON syntax error: unterminated object"},
     // Only a name that ends in .json is read as JSON; blank lines count.
     {"LinesNoEquals", "r.json.bak", "a = 1\n\n{\"a\":1}\n", {},
      "FILE:3: expected 'key = value', found no '='"},

@@ -29,6 +29,7 @@ struct TessivaneTemplateCommandInclude : EngineTest<IncludeRow>
             {"order/B.txt", "B\n"}, {"order/a.txt", "a\n"}, {"order/.hidden", "h\n"},
             {"order/sub/c.txt", "c\n"}, {"stop/1.txt", "one\n"},
             {"stop/2.txt", "two%%TEMPLATE_VERSION(2)%%\n"}, {"stop/3.txt", "three\n"},
+            {"letters/\u2c2f", "1\n"}, {"letters/\u2c40", "2\n"},
         };
         // clang-format on
         for (const auto &file : files) {
@@ -69,6 +70,9 @@ const IncludeRow s_rows[] = {
     {"DirOrder", "%%INCLUDE_DIR(order)%%%%INCLUDE_DIR(slash/)%%.%%INCLUDE_DIR(stop)%%!\n",
      "a\nB\n\n.one\ntwo!\n", {"WARNING slash//n.txt/1: No command handler for 'NOPE' found",
                              "WARNING stop/2.txt/1: template is version 2, parser is version 1."}},
+    // Case is ignored as Unicode 13.0 has it: U+2C2F, a capital of Unicode 14.0, has no lower
+    // case there and sorts before U+2C40.
+    {"DirOrderUnicode13", "%%INCLUDE_DIR(letters)%%\n", "1\n2\n\n", {}},
     {"DirOpenFails", "a%%INCLUDE_DIR(none)%%b%%INCLUDE_DIR(plain)%%c%%INCLUDE_DIR()%%d\n",
      "abcd\n", {"WARNING in.tmpl/1: Could not open directory 'none'",
                 "WARNING in.tmpl/1: Could not open directory 'plain'",

@@ -152,6 +152,9 @@ const TemplateRow s_templateRows[] = {
     {"TruncatedAtEnd", "a\n\xe2\x82", "a\n", ""},
     // The encoder writes a question mark for what it cannot encode.
     {"LoneSurrogateInValue", "<%%REG(/k/surrogate)%%>\n", "<?>\n", ""},
+    // A pair at the very end of the output, where no line feed follows, is written whole.
+    {"PairAtTheEnd", "\xf0\x9f\x98\x80%%\n", "\xf0\x9f\x98\x80",
+     "WARNING in.tmpl/1: No command handler for '' found"},
     {"IncludesThousandDeep", "<%%INCLUDE_FILE(@/f0)%%>\n", '<' + std::string(99, '\n') + ">\n",
      "WARNING @/f98/1: Could not include file '@/f99': includes nested more than 100 deep"},
     {"IncludeUnreadable", "<%%INCLUDE_FILE(@/locked)%%>\n", "<>\n",

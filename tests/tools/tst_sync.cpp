@@ -138,6 +138,7 @@ x = 1
 [[template]]\nsource = "a"\ndestination = "b"\nrelaod = "x"
 [registry\nfiles = 1
 [registry]\nroot = "\u20ac"
+[registry]\nroot = "a\\u0000b"
 [[template]]\nsource = "a"\ndestination = "b"\nmode = 640
 [[template]]\nsource = "a"\ndestination = "b"\ntimeout = "0s"
 [etcd]\nendpoints = ["ftp://x"]\nprefix = "/a"
@@ -148,7 +149,7 @@ x = 1
 EOF
 mkdir d; printf '[[template]]\nname = "x"\nsource = "a"\ndestination = "b"\n' > d/1.toml
 cp d/1.toml d/2.toml; $S d; echo $?; sed -i 's/"x"/"y"/' d/2.toml; $S d; echo $?; $S -n nope sync.toml; echo $?; ls out)sh",
-     "2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\nbadcheck.conf\nstrict.conf\n",
+     "2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\n2\nbadcheck.conf\nstrict.conf\n",
      s_log + "bad.toml:1:1: x: unknown key\n"
      + s_log + "bad.toml:1:1: template.destination: missing\n"
      + s_log + "bad.toml:2:8: watch.wait: expected a duration such as \"200ms\", \"30s\" or \"5m\"\n"
@@ -157,6 +158,7 @@ cp d/1.toml d/2.toml; $S d; echo $?; sed -i 's/"x"/"y"/' d/2.toml; $S d; echo $?
      + s_log + "bad.toml:4:9: template.owner: no such owner 'no-such-user'\n"
      + s_log + "bad.toml:4:1: template.relaod: unknown key\n"
      + s_log + "bad.toml:1:10: Error while parsing table header: expected ']', saw '\\n'\n"
+     + s_log + "bad.toml:2:8: registry.root: takes Latin-1 text only\n"
      + s_log + "bad.toml:2:8: registry.root: takes Latin-1 text only\n"
      + s_log + "bad.toml:4:8: template.mode: expected octal permission bits such as \"0640\"\n"
      + s_log + "bad.toml:4:11: template.timeout: must be longer than 0\n"

@@ -1,6 +1,7 @@
 #include "commandrunner.h"
 
 #include "pendingnames.h"
+#include "qtcompat_p.h"
 
 #include <QElapsedTimer>
 #include <QProcess>
@@ -11,13 +12,6 @@ namespace {
 
 const int s_killGraceMs = 5000;
 const int s_sliceMs = 100;
-
-// A shell that leads a session and process group of its own.
-class GroupLeader : public QProcess
-{
-protected:
-    void setupChildProcess() override { ::setsid(); }
-};
 
 // SIGTERM to the group, then SIGKILL once the grace time is over with any of it left.
 void endGroup(QProcess &process, pid_t group)
@@ -51,7 +45,8 @@ bool CommandRunner::run(const QString &command, const QString &directory, int ti
 {
     m_output.clear();
     m_failure.clear();
-    GroupLeader process;
+    // The shell leads a session and process group of its own.
+    TessivaneTemplatePrivate::SetUpProcess process([] { ::setsid(); });
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.setWorkingDirectory(directory);
     process.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), command});

@@ -1,5 +1,6 @@
 #include "etcdsource.h"
 
+#include "qtcompat_p.h"
 #include "reportlog.h"
 #include "tessivane.h"
 
@@ -13,7 +14,7 @@ const int s_firstBackoffMs = 100;
 
 QString fromUtf8Strictly(const QByteArray &bytes, bool &isUtf8)
 {
-    const QString text = QString::fromUtf8(bytes);
+    const QString text = TessivaneTemplatePrivate::fromUtf8(bytes);
     isUtf8 = text.toUtf8() == bytes;
     return text;
 }
@@ -152,6 +153,12 @@ QNetworkReply *EtcdRegistrySource::post(const char *path, const QByteArray &body
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
     request.setSslConfiguration(m_ssl);
+    // HTTP/1.1, and a redirect is an answer like any other: the defaults of
+    // Qt 5, which Qt 6 changed to HTTP/2 where the server offers it and
+    // redirects followed.
+    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::ManualRedirectPolicy);
     if (!m_token.isEmpty())
         request.setRawHeader("Authorization", m_token);
     // A stream is quiet while nothing changes: its creation has a deadline of its own.

@@ -1,5 +1,7 @@
 #include "syncconfiguration.h"
 
+#include "qtcompat_p.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -100,7 +102,7 @@ public:
         if (!string(table, section, key, text))
             return false;
         out = text.toLatin1();
-        if (QString::fromLatin1(out) == text)
+        if (TessivaneTemplatePrivate::fromLatin1(out) == text)
             return true;
         return fail(table.get(key)->source(), section + QLatin1String(key),
                     QStringLiteral("takes Latin-1 text only"));
@@ -350,7 +352,7 @@ bool readEtcdFiles(TomlReader &reader, const toml::table &table, EtcdSettings &e
             : QString();
     };
     const auto password = [&etcd](const QByteArray &data) {
-        etcd.password = QString::fromUtf8(data).trimmed();
+        etcd.password = TessivaneTemplatePrivate::fromUtf8(data).trimmed();
         return QString();
     };
     if (!readEtcdFile(reader, table, "password_file", etcd.passwordFile, password)

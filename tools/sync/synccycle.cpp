@@ -2,6 +2,7 @@
 
 #include "commandrunner.h"
 #include "optiontaghandler.h"
+#include "qtcompat_p.h"
 #include "registrysource.h"
 #include "replacingfile.h"
 #include "reportlog.h"
@@ -180,7 +181,7 @@ bool SyncCycle::runCheck(const TemplateSettings &settings, ReplacingFile &output
     logEvent(settings.name,
              QLatin1String("check failed (") + runner.failure() + QLatin1String("): ")
                  + settings.check);
-    logEvent(settings.name, QString::fromLocal8Bit(runner.output()));
+    logEvent(settings.name, TessivaneTemplatePrivate::fromLocal8Bit(runner.output()));
     return false;
 }
 
@@ -200,7 +201,7 @@ bool SyncCycle::showDifference(const TemplateSettings &settings, ReplacingFile &
     const bool isCopied = output.copyWritten(diff);
     diff.closeWriteChannel();
     diff.waitForFinished(-1);
-    logEvent(settings.name, QString::fromLocal8Bit(diff.readAllStandardError()));
+    logEvent(settings.name, TessivaneTemplatePrivate::fromLocal8Bit(diff.readAllStandardError()));
     // 1 means the bytes differ, 0 that only the attributes do.
     if (isCopied && diff.exitStatus() == QProcess::NormalExit && diff.exitCode() <= 1) {
         logEvent(settings.name,
@@ -229,7 +230,7 @@ int SyncCycle::runReloads(const QList<const TemplateSettings *> &reloads)
                  reloadLabel(settings->reload)
                      + (isDone ? QStringLiteral(" done")
                                : QLatin1String(" failed (") + runner.failure() + QLatin1Char(')')));
-        logEvent(settings->name, QString::fromLocal8Bit(runner.output()));
+        logEvent(settings->name, TessivaneTemplatePrivate::fromLocal8Bit(runner.output()));
         if (isDone)
             continue;
         ++failed;

@@ -12,6 +12,7 @@
 #include "localregistry.h"
 #include "optiontaghandler.h"
 #include "pendingnames.h"
+#include "qtcompat_p.h"
 #include "replacingfile.h"
 #include "reportlog.h"
 #include "tessivane.h"
@@ -148,7 +149,7 @@ bool splitAssignments(const QStringList &texts, const QString &option, const QSt
 bool toLatin1(const QString &text, const QString &option, QByteArray &bytes, QString &error)
 {
     bytes = text.toLatin1();
-    if (QString::fromLatin1(bytes) == text)
+    if (TessivaneTemplatePrivate::fromLatin1(bytes) == text)
         return true;
     error = option + QLatin1String(" takes Latin-1 text only");
     return false;
