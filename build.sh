@@ -5,7 +5,14 @@ set -euo pipefail
 
 cd "$(dirname "$0")"
 top=$(pwd)
-build="$top/build"
+# TESSIVANETEMPLATE_QT_MAJOR=6 builds against Qt 6, in directories of its own.
+qt=${TESSIVANETEMPLATE_QT_MAJOR:-5}
+case "$qt" in
+    5) suffix="" ;;
+    6) suffix=-qt6 ;;
+    *) echo "build.sh: TESSIVANETEMPLATE_QT_MAJOR is 5 or 6, not '$qt'" >&2; exit 2 ;;
+esac
+build="$top/build$suffix"
 jobs=$(nproc 2>/dev/null || echo 2)
 
 usage() {
@@ -22,9 +29,13 @@ Usage: ./build.sh VERB [ARGS]
   fuzz [SECONDS]  build the libFuzzer targets and run each for SECONDS (default 60)
   format          check that every source file is formatted as .clang-format says
   memcheck        run the test programs, and every tool they start, under valgrind
+  package         build the Debian packages into build/ and check them: unpacked,
+                  their tools render the example, man and bash completion work,
+                  lintian finds no error
   help            show this text
 
 Missing Debian packages are installed with apt-get when run as root.
+TESSIVANETEMPLATE_QT_MAJOR=6 builds every verb against Qt 6 (build-qt6/, build-asan-qt6/).
 USAGE
 }
 
@@ -51,8 +62,10 @@ need() {
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-base_packages=(cmake make g++ pkg-config qtbase5-dev libacl1-dev libattr1-dev
-    libtomlplusplus-dev libsystemd-dev diffutils util-linux)
+qt_packages=(qtbase5-dev)
+[ "$qt" = 6 ] && qt_packages=(qt6-base-dev qt6-5compat-dev)
+base_packages=(cmake make g++ pkg-config "${qt_packages[@]}" libacl1-dev libattr1-dev
+    libtomlplusplus-dev libsystemd-dev diffutils util-linux help2man)
 # What the tests use besides: GoogleTest, setfacl and setfattr, ps, systemd-analyze, and nginx,
 # which checks the configuration the version-2 example renders; etcd members and openssl for
 # the etcd source's certificates.
@@ -65,7 +78,7 @@ configure() {
     local werror=OFF
     [ "${CI:-}" = true ] && werror=ON
     cmake -S "$top" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-        -DTESSIVANETEMPLATE_WERROR=$werror "$@" >/dev/null
+        -DTESSIVANETEMPLATE_WERROR=$werror -DTESSIVANETEMPLATE_QT_MAJOR="$qt" "$@" >/dev/null
     cmake --build "$dir" -j "$jobs" >&2
 }
 
@@ -78,9 +91,10 @@ install_into() {
 check_consumer() {
     local prefix=$1 dir="$build/example-host"
     rm -rf "$dir"
-    cmake -S "$top/examples/host" -B "$dir" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+    cmake -S "$top/examples/host" -B "$dir" -DCMAKE_PREFIX_PATH="$prefix" \
+        -DTESSIVANETEMPLATE_QT_MAJOR="$qt" >/dev/null
     cmake --build "$dir" -j "$jobs" >/dev/null
-    PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --exists tessivanetemplate
+    PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --exists "tessivanetemplate$suffix"
     cd "$top/examples"
     local host tool
     host=$(LD_LIBRARY_PATH="$prefix/lib" "$dir/example-host" service.conf.tmpl registry.json \
@@ -137,13 +151,13 @@ case "$verb" in
         ;;
     asan)
         need "${base_packages[@]}" "${test_packages[@]}"
-        configure "$top/build-asan" -DBUILD_TESTING=ON -DTESSIVANETEMPLATE_SANITIZE=ON \
+        configure "$top/build-asan$suffix" -DBUILD_TESTING=ON -DTESSIVANETEMPLATE_SANITIZE=ON \
             -DCMAKE_BUILD_TYPE=Debug >/dev/null
         # Qt is built without frame pointers: only the slow unwinder gives the
         # whole stacks that tests/lsan.supp matches Qt's own leaks by.
         # The tests preload a library into the tool that makes system calls fail;
         # it need not come after the sanitizer's runtime.
-        (cd "$top/build-asan" && ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0:verify_asan_link_order=0 \
+        (cd "$top/build-asan$suffix" && ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0:verify_asan_link_order=0 \
             LSAN_OPTIONS=suppressions="$top/tests/lsan.supp":print_suppressions=0 \
             UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
             ctest --output-on-failure -j "$jobs")
@@ -166,6 +180,16 @@ case "$verb" in
                 --gtest_filter=-HostileInput.WritesHundredMegabyteLine:*LineTooLong:*EndlessRegistryFile
         done
         echo "build.sh: no memory error and no definite leak under valgrind"
+        ;;
+    package)
+        # dpkg-shlibdeps (dpkg-dev) computes the packages' dependencies; the rest checks them.
+        need "${base_packages[@]}" help2man dpkg-dev lintian man-db bash-completion
+        configure "$build-package" -DBUILD_TESTING=OFF -DCMAKE_BUILD_TYPE=Release \
+            -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_SKIP_INSTALL_RPATH=ON
+        rm -f "$build-package"/*.deb
+        (cd "$build-package" && cpack -G DEB >/dev/null)
+        "$top/tests/package/check.sh" "$build-package" "$build-package/tools/tessivane-template"
+        ls "$build-package"/*.deb
         ;;
     format)
         need clang-format

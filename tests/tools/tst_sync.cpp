@@ -223,7 +223,8 @@ grep -o "r: .*" log)sh",
     {"UnitAcceptedBySystemd", R"sh(
 command -v systemd-analyze >/dev/null || { echo "no systemd-analyze here" >&2; exit 77; }
 sed "s|^ExecStart=[^ ]*|ExecStart=$S|" "$(dirname $S)/tessivane-sync.service" > tessivane-sync.service
-grep -c '^Type=notify$' tessivane-sync.service; systemd-analyze verify ./tessivane-sync.service
+grep -c '^Type=notify$' tessivane-sync.service
+MANPATH=$(dirname $S)/man systemd-analyze verify ./tessivane-sync.service
 echo $?)sh", "1\n0\n", ""},
 };
 // clang-format on
