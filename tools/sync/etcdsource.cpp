@@ -219,19 +219,30 @@ void EtcdRegistrySource::readPage(const QByteArray &start)
     connect(reply, &QNetworkReply::finished, this, [this, reply] { pageRead(reply); });
 }
 
-void EtcdRegistrySource::pageRead(QNetworkReply *reply)
+// Reads the range in \a reply into \a page. Returns false when there is none:
+// the token was refused and \a retry goes again once a new one is fetched
+// (in \a slot), or the read has failed.
+bool EtcdRegistrySource::readRange(QNetworkReply *reply, QPointer<QNetworkReply> &slot, Step retry,
+                                   EtcdProtocol::RangePage &page)
 {
     reply->deleteLater();
-    if (renewsToken(reply, m_reply, &EtcdRegistrySource::connectToEtcd))
-        return;
+    if (renewsToken(reply, slot, retry))
+        return false;
     const QByteArray body = bodyOf(reply);
-    EtcdProtocol::RangePage page;
     QString error;
     if (!EtcdProtocol::parseRangePage(body, page, error)) {
         fail(failureOf(reply, body, error));
-        return;
+        return false;
     }
     m_isTokenFresh = false;
+    return true;
+}
+
+void EtcdRegistrySource::pageRead(QNetworkReply *reply)
+{
+    EtcdProtocol::RangePage page;
+    if (!readRange(reply, m_reply, &EtcdRegistrySource::connectToEtcd, page))
+        return;
     if (m_readingRevision == 0)
         m_readingRevision = page.revision;
     for (const EtcdProtocol::KeyValue &keyValue : qAsConst(page.keyValues))
@@ -358,17 +369,9 @@ void EtcdRegistrySource::probe()
 
 void EtcdRegistrySource::probed(QNetworkReply *reply)
 {
-    reply->deleteLater();
-    if (renewsToken(reply, m_probe, &EtcdRegistrySource::probe))
-        return;
-    const QByteArray body = bodyOf(reply);
     EtcdProtocol::RangePage page;
-    QString error;
-    if (!EtcdProtocol::parseRangePage(body, page, error)) {
-        fail(failureOf(reply, body, error));
+    if (!readRange(reply, m_probe, &EtcdRegistrySource::probe, page))
         return;
-    }
-    m_isTokenFresh = false;
     m_backoffMs = 0;
     m_nextProbe.start(m_settings.timeoutMs);
 }

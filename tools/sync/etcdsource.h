@@ -71,6 +71,8 @@ private:
     void probed(QNetworkReply *reply);
     bool apply(const EtcdProtocol::WatchMessage &message);
     void takeKeyValue(const EtcdProtocol::KeyValue &keyValue, QMap<QString, QString> &values);
+    bool readRange(QNetworkReply *reply, QPointer<QNetworkReply> &slot, Step retry,
+                   EtcdProtocol::RangePage &page);
     bool renewsToken(QNetworkReply *reply, QPointer<QNetworkReply> &slot, Step next);
     QString failureOf(QNetworkReply *reply, const QByteArray &body, const QString &error) const;
     void fail(const QString &reason);
