@@ -15,11 +15,15 @@ declare -a etcd_pids etcd_clients etcd_peers etcd_flags
 etcd_scheme=${etcd_scheme:-http}
 trap 'for pid in "${etcd_pids[@]}"; do kill -9 $pid 2>/dev/null; done' EXIT
 
-# A port nothing listens on, away from the ones handed out before.
+# A port nothing listens on, away from the ones handed out before, and below
+# the range the system takes the ports of outgoing connections from, so that
+# a client elsewhere cannot take it before the member binds it.
 free_port() {
-    local port
+    local port first
+    read -r first _ </proc/sys/net/ipv4/ip_local_port_range
+    ((first > 12000)) || first=32768
     while :; do
-        port=$((20000 + RANDOM % 40000))
+        port=$((10000 + RANDOM % (first - 10000)))
         (exec 3<>/dev/tcp/127.0.0.1/$port) 2>/dev/null && continue
         [[ " ${etcd_clients[*]} ${etcd_peers[*]} " == *" $port "* ]] && continue
         echo $port
@@ -48,14 +52,15 @@ ectl() {
     etcdctl --endpoints "$EP" ${etcdctl_flags[@]} "$@"
 }
 
-# Waits until every member answers.
+# Waits until every member answers, 30 s at most.
 etcd_healthy() {
-    local i
-    for ((i = 0; i < 100; i++)); do
-        ectl endpoint health >/dev/null 2>&1 && return
+    local until=$((SECONDS + 30))
+    while ((SECONDS < until)); do
+        ectl --dial-timeout 1s --command-timeout 2s endpoint health >/dev/null 2>&1 && return
         sleep 0.1
     done
-    echo "etcd did not start" >&2
+    echo "etcd did not start:" >&2
+    tail -n 3 etcd-m*.log >&2
     exit 1
 }
 
