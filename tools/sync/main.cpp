@@ -9,6 +9,7 @@
 // With --watch the process runs until SIGTERM or SIGINT and then exits 0;
 // a configuration error at start exits 2.
 
+#include "commandline.h"
 #include "etcdsource.h"
 #include "pendingnames.h"
 #include "registrysource.h"
@@ -20,7 +21,6 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 
-#include <cstdio>
 #include <memory>
 
 namespace {
@@ -29,13 +29,6 @@ enum ExitStatus { InStep = 0, Failed = 1, UsageError = 2, WouldChange = 3 };
 
 const char s_toolName[] = "tessivane-sync";
 const char s_defaultConfiguration[] = "/etc/tessivane-template/sync.d";
-
-int usageError(const QString &message)
-{
-    ReportLog::printError(message + QLatin1String(" (see '") + QLatin1String(s_toolName)
-                          + QLatin1String(" --help')"));
-    return UsageError;
-}
 
 struct OptionSet
 {
@@ -107,20 +100,13 @@ int main(int argc, char **argv)
     QCommandLineParser parser;
     const OptionSet options;
     setUp(parser, options);
-    if (!parser.parse(QCoreApplication::arguments()))
-        return usageError(parser.errorText());
-    if (parser.isSet(options.help)) {
-        std::fputs(parser.helpText().toLocal8Bit().constData(), stdout);
-        return InStep;
-    }
-    if (parser.isSet(options.version)) {
-        std::printf("%s %s\n", s_toolName, TT_VERSION);
-        return InStep;
-    }
+    int status = InStep;
+    if (!CommandLine::parse(parser, options.help, options.version, status))
+        return status;
     const bool isWatching = parser.isSet(options.watch);
     const bool isDryRun = parser.isSet(options.dryRun);
     if (isWatching && isDryRun)
-        return usageError(QStringLiteral("--watch and --dry-run exclude each other"));
+        return CommandLine::usageError(QStringLiteral("--watch and --dry-run exclude each other"));
     QStringList paths = parser.positionalArguments();
     if (paths.isEmpty())
         paths << QLatin1String(s_defaultConfiguration);
@@ -133,7 +119,7 @@ int main(int argc, char **argv)
     const QStringList names = parser.values(options.name);
     const QString problem = configuration->problemWith(names);
     if (!problem.isEmpty())
-        return usageError(problem);
+        return CommandLine::usageError(problem);
     if (configuration->templates.isEmpty())
         ReportLog::printError(QStringLiteral("no template is configured"));
     if (!isWatching)

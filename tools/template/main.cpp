@@ -9,6 +9,7 @@
 // On any status but 0 an OUTPUT file is left byte for byte as it was, and
 // under --strict nothing reaches standard output.
 
+#include "commandline.h"
 #include "localregistry.h"
 #include "optiontaghandler.h"
 #include "pendingnames.h"
@@ -22,7 +23,6 @@
 #include <QCoreApplication>
 #include <QFile>
 
-#include <cstdio>
 #include <memory>
 #include <new>
 #include <unistd.h>
@@ -38,13 +38,6 @@ enum ExitStatus {
 };
 
 const char s_toolName[] = "tessivane-template";
-
-int usageError(const QString &message)
-{
-    ReportLog::printError(message + QLatin1String(" (see '") + QLatin1String(s_toolName)
-                          + QLatin1String(" --help')"));
-    return UsageError;
-}
 
 struct Options
 {
@@ -272,20 +265,13 @@ int main(int argc, char **argv)
     QCommandLineParser parser;
     const OptionSet optionSet;
     setUp(parser, optionSet);
-    if (!parser.parse(QCoreApplication::arguments()))
-        return usageError(parser.errorText());
-    if (parser.isSet(optionSet.help)) {
-        std::fputs(parser.helpText().toLocal8Bit().constData(), stdout);
-        return Rendered;
-    }
-    if (parser.isSet(optionSet.version)) {
-        std::printf("%s %s\n", s_toolName, TT_VERSION);
-        return Rendered;
-    }
+    int status = Rendered;
+    if (!CommandLine::parse(parser, optionSet.help, optionSet.version, status))
+        return status;
     Options options;
     QString error;
     if (!readOptions(parser, optionSet, options, error))
-        return usageError(error);
+        return CommandLine::usageError(error);
 
     Tessivane registry;
     if (!loadRegistry(options, registry))
