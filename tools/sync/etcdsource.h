@@ -53,7 +53,7 @@ public:
     bool fill(Tessivane &registry, QString &error) override;
     bool isReady() const override;
     /// Takes a snapshot and keeps it up to date for as long as the source lives.
-    void start();
+    void start() override;
 
 private:
     using Step = void (EtcdRegistrySource::*)();

@@ -10,9 +10,7 @@
 // a configuration error at start exits 2.
 
 #include "commandline.h"
-#include "etcdsource.h"
 #include "pendingnames.h"
-#include "registrysource.h"
 #include "reportlog.h"
 #include "syncconfiguration.h"
 #include "synccycle.h"
@@ -66,17 +64,8 @@ void setUp(QCommandLineParser &parser, const OptionSet &options)
 int runOnce(const SyncConfiguration &configuration, const QStringList &names, bool isDryRun)
 {
     PendingNames::installSignalCleanup();
-    LocalRegistry local = configuration.registry;
-    local.values.clear(); // applied over every source by the cycle
-    LocalRegistrySource source(local);
-    QList<RegistrySource *> sources {&source};
-    std::unique_ptr<EtcdRegistrySource> etcd;
-    if (configuration.etcd.isSet) {
-        etcd = std::make_unique<EtcdRegistrySource>(configuration.etcd,
-                                                    configuration.watch.backoffMaxMs);
-        sources << etcd.get();
-    }
-    SyncCycle cycle(configuration, sources);
+    QObject sourceOwner;
+    SyncCycle cycle(configuration, SyncCycle::sourcesFor(configuration, &sourceOwner));
     cycle.setDryRun(isDryRun);
     cycle.setSelection(names);
     static const volatile sig_atomic_t never = 0;

@@ -7,6 +7,10 @@ bool RegistrySource::isReady() const
     return true;
 }
 
+void RegistrySource::start()
+{
+}
+
 LocalRegistrySource::LocalRegistrySource(const LocalRegistry &registry, QObject *parent)
     : RegistrySource(parent)
     , m_registry(registry)

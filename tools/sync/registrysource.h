@@ -31,6 +31,8 @@ public:
     virtual bool fill(Tessivane &registry, QString &error) = 0;
     /// Whether fill() can serve: a source that is still connecting is not ready.
     virtual bool isReady() const;
+    /// Starts following changes by itself; a source that cannot does nothing.
+    virtual void start();
 
 Q_SIGNALS:
     void changed();

@@ -1,6 +1,7 @@
 #include "synccycle.h"
 
 #include "commandrunner.h"
+#include "etcdsource.h"
 #include "optiontaghandler.h"
 #include "qtcompat_p.h"
 #include "registrysource.h"
@@ -35,6 +36,18 @@ SyncCycle::SyncCycle(const SyncConfiguration &configuration, const QList<Registr
     : m_configuration(configuration)
     , m_sources(sources)
 {
+}
+
+QList<RegistrySource *> SyncCycle::sourcesFor(const SyncConfiguration &configuration,
+                                              QObject *parent)
+{
+    LocalRegistry local = configuration.registry;
+    local.values.clear();
+    QList<RegistrySource *> sources {new LocalRegistrySource(local, parent)};
+    if (configuration.etcd.isSet)
+        sources << new EtcdRegistrySource(configuration.etcd, configuration.watch.backoffMaxMs,
+                                          parent);
+    return sources;
 }
 
 void SyncCycle::setDryRun(bool isDryRun)

@@ -42,6 +42,11 @@ class SyncCycle
 public:
     SyncCycle(const SyncConfiguration &configuration, const QList<RegistrySource *> &sources);
 
+    /// The sources that \a configuration names, in their order of precedence, children of
+    /// \a parent. Its single values are not among them: every cycle applies them over all.
+    static QList<RegistrySource *> sourcesFor(const SyncConfiguration &configuration,
+                                              QObject *parent);
+
     /// Renders and checks, writes nothing and reloads nothing, and prints a unified diff of
     /// every destination that would change on standard output.
     void setDryRun(bool isDryRun);

@@ -1,6 +1,5 @@
 #include "syncdaemon.h"
 
-#include "etcdsource.h"
 #include "registrysource.h"
 #include "reportlog.h"
 #include "synccycle.h"
@@ -112,17 +111,11 @@ int SyncDaemon::exec()
 void SyncDaemon::setUpSources()
 {
     qDeleteAll(m_sources);
-    LocalRegistry local = m_configuration->registry;
-    local.values.clear(); // applied over every source by the cycle
-    m_sources = {new LocalRegistrySource(local, this)};
-    if (m_configuration->etcd.isSet) {
-        auto *etcd = new EtcdRegistrySource(m_configuration->etcd,
-                                            m_configuration->watch.backoffMaxMs, this);
-        m_sources << etcd;
-        etcd->start();
-    }
-    for (RegistrySource *source : qAsConst(m_sources))
+    m_sources = SyncCycle::sourcesFor(*m_configuration, this);
+    for (RegistrySource *source : qAsConst(m_sources)) {
         connect(source, &RegistrySource::changed, this, &SyncDaemon::schedule);
+        source->start();
+    }
 }
 
 void SyncDaemon::runCycle()
