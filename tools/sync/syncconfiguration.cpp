@@ -89,7 +89,7 @@ public:
         if (!string(table, section, key, text))
             return false;
         if (!text.isEmpty())
-            out = QDir::cleanPath(m_directory.absoluteFilePath(text));
+            out = absolute(text);
         return true;
     }
 
@@ -160,7 +160,7 @@ public:
                 return fail(element.source(), section + QLatin1String(key),
                             QStringLiteral("expected a string"));
             const QString text = fromStd(element.as_string()->get());
-            out << (arePaths ? QDir::cleanPath(m_directory.absoluteFilePath(text)) : text);
+            out << (arePaths ? absolute(text) : text);
         }
         return true;
     }
@@ -188,6 +188,12 @@ public:
     QString directory() const { return m_directory.absolutePath(); }
 
 private:
+    // A path in the configuration is relative to the configuration file.
+    QString absolute(const QString &path) const
+    {
+        return QDir::cleanPath(m_directory.absoluteFilePath(path));
+    }
+
     QString m_fileName;
     QDir m_directory;
 };
