@@ -144,7 +144,7 @@ case "$verb" in
         cmake --install "$build" --prefix "${1:-/usr/local}"
         ;;
     bench)
-        need "${base_packages[@]}" libbenchmark-dev gettext-base python3 time etcd-server
+        need "${base_packages[@]}" libbenchmark-dev libctemplate-dev python3 time etcd-server
         configure "$build" -DBUILD_TESTING=OFF -DTESSIVANETEMPLATE_BENCHMARKS=ON
         install_into "$build/install"
         "$top/bench/run.sh" "$build" "$build/install"

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Times the installed command-line tool on generated workloads and reports the
 # throughput of the template input and the peak resident memory, beside
-# envsubst doing the same substitution, then runs the micro-benchmarks briefly.
+# ctemplate rendering the same output (bench/ctemplate_driver.cpp), then runs
+# the micro-benchmarks briefly.
 #
 # Usage: bench/run.sh BUILD_DIR INSTALL_PREFIX
 #   BENCH_RUNS  timed runs per workload after one warm-up (default 5)
@@ -18,6 +19,7 @@ fi
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "$1" && pwd)
 tool=$(cd "$2" && pwd)/bin/tessivane-template
+driver=$build/bench/ctemplate_driver
 data=$build/bench-data
 results=$build/bench-results
 runs=${BENCH_RUNS:-5}
@@ -29,6 +31,7 @@ fail() {
 }
 
 [ -x "$tool" ] || fail "no tool at $tool"
+[ -x "$driver" ] || fail "no ctemplate driver at $driver (configure with TESSIVANETEMPLATE_BENCHMARKS=ON)"
 [ -x /usr/bin/time ] || fail "/usr/bin/time (Debian package 'time') is needed to measure peak memory"
 
 "${helper[@]}" generate "$data"
@@ -44,49 +47,53 @@ if [ ! -f "$data/memory-1GB.tmpl" ]; then
     fi
 fi
 rm -rf "$results"
-mkdir -p "$results"
+# The rendered outputs of the timed runs, on the file system of the data.
+outputs=$results/out
+mkdir -p "$outputs"
 cd "$data"
 
-mapfile -t envsubst_env <envsubst.env
-have_envsubst=no
-command -v envsubst >/dev/null && have_envsubst=yes
-
-# Sets tool_args to the tool's arguments for the workload $1, output aside.
-# Under --strict any warning fails the run, so a workload that stops matching
-# the registry or the tags cannot go on being timed unnoticed.
-set_tool_args() {
+# Sets options to the registry and tag options for the workload $1, which the
+# tool and the ctemplate driver take alike.
+set_options() {
     local registry=(-r registry.conf -R /etc/bench)
     case $1 in
-        plain | memory-*) tool_args=() ;;
-        reg | include) tool_args=("${registry[@]}") ;;
+        plain | memory-*) options=() ;;
+        reg | include) options=("${registry[@]}") ;;
         mixed)
-            tool_args=("${registry[@]}" -s /etc/bench/flag/on=1 -s /etc/bench/flag/off=0
+            options=("${registry[@]}" -s /etc/bench/flag/on=1 -s /etc/bench/flag/off=0
                 -t host=bench -t n=3)
             ;;
     esac
-    tool_args=(--strict "${tool_args[@]}" "$1.tmpl")
 }
 
-# timed RESULT STDIN COMMAND...: one run, recorded under RESULT.
+# timed RESULT STDOUT COMMAND...: one run, recorded under RESULT, with its
+# standard output written to the file STDOUT.
 timed() {
-    local result=$1 stdin=$2
+    local result=$1 stdout=$2
     shift 2
-    "${helper[@]}" time "$stdin" "$results/$result" "$@" \
+    "${helper[@]}" time --stdout "$stdout" /dev/null "$results/$result" "$@" \
         || fail "$result: '$*' exited with status $?"
 }
 
-# run_tool WORKLOAD RESULT
+# run_tool WORKLOAD RESULT: the tool under --strict, where any warning fails
+# the run, so that a workload that stops matching the registry or the tags
+# cannot go on being timed unnoticed.
 run_tool() {
-    set_tool_args "$1"
-    timed "$2" /dev/null "$tool" "${tool_args[@]}" /dev/null
+    set_options "$1"
+    timed "$2" /dev/null "$tool" --strict "${options[@]}" "$1.tmpl" /dev/null
 }
 
-# run_envsubst WORKLOAD RESULT: the same lines, with ${K<M>} for REG.
-run_envsubst() {
-    case $1 in
-        plain) timed "$2" plain.tmpl envsubst ;;
-        reg) timed "$2" reg.envsubst env "${envsubst_env[@]}" envsubst ;;
-    esac
+# run_compared WORKLOAD SUFFIX: one run of each way of rendering WORKLOAD that
+# is compared with ctemplate, recorded under WORKLOAD.<way>SUFFIX. Not under
+# --strict: it holds standard output back in a temporary and copies it, which
+# is not the engine's speed; check_outputs has rendered each workload under it.
+run_compared() {
+    set_options "$1"
+    # The engine's speed, as ctemplate writes: to standard output, into a file.
+    timed "$1.stdout$2" "$outputs/$1.stdout" "$tool" "${options[@]}" "$1.tmpl"
+    # The tool replacing OUTPUT, left by the run before, with its safe write.
+    timed "$1.output$2" /dev/null "$tool" "${options[@]}" "$1.tmpl" "$outputs/$1.output"
+    timed "$1.ctemplate$2" "$outputs/$1.ctemplate" "$driver" "${options[@]}" "$1.ctpl"
 }
 
 bytes() {
@@ -103,19 +110,21 @@ expect_count() {
 # Every workload is rendered once into a file and checked, so that the timed
 # runs below measure the work they claim to.
 check_outputs() {
-    local out=$results/check.out
+    local out=$results/check.out ctemplate_out=$results/check.ctemplate
     echo "bench: checking what the workloads render" >&2
     for workload in plain reg mixed include; do
-        set_tool_args "$workload"
-        "$tool" "${tool_args[@]}" "$out" || fail "$workload: the tool exited with status $?"
+        set_options "$workload"
+        "$tool" --strict "${options[@]}" "$workload.tmpl" "$out" \
+            || fail "$workload: the tool exited with status $?"
         expect_count "$workload" '%%' "$out" 0
+        if [ -f "$workload.ctpl" ]; then
+            "$driver" "${options[@]}" "$workload.ctpl" >"$ctemplate_out" \
+                || fail "$workload: the ctemplate driver exited with status $?"
+            cmp "$ctemplate_out" "$out" >&2 || fail "$workload: the output differs from ctemplate's"
+        fi
         case $workload in
             plain) cmp -s plain.tmpl "$out" || fail "plain: the output differs from the input" ;;
             reg)
-                if [ "$have_envsubst" = yes ]; then
-                    env "${envsubst_env[@]}" envsubst <reg.envsubst | cmp -s - "$out" \
-                        || fail "reg: the output differs from envsubst's"
-                fi
                 expect_count reg '^key_[0-9]* = value[0-9]* # trailing' "$out" 1000000
                 ;;
             mixed)
@@ -130,38 +139,42 @@ check_outputs() {
                 ;;
         esac
     done
-    rm -f "$out"
+    rm -f "$out" "$ctemplate_out"
 }
 
 check_outputs
 
-echo "$(bytes plain.tmpl)" >"$results/plain.tool.bytes"
-echo "$(bytes plain.tmpl)" >"$results/plain.envsubst.bytes"
-echo "$(bytes reg.tmpl)" >"$results/reg.tool.bytes"
-echo "$(bytes reg.envsubst)" >"$results/reg.envsubst.bytes"
-echo "$(bytes mixed.tmpl)" >"$results/mixed.tool.bytes"
+compared=(plain reg mixed)
+for workload in "${compared[@]}"; do
+    bytes "$workload.tmpl" >"$results/$workload.stdout.bytes"
+    bytes "$workload.tmpl" >"$results/$workload.output.bytes"
+    bytes "$workload.ctpl" >"$results/$workload.ctemplate.bytes"
+done
 echo "$(($(bytes include.tmpl) + 100 * $(bytes include.d/*)))" >"$results/include.tool.bytes"
 echo "$(bytes memory-10MB.tmpl)" >"$results/memory-10MB.tool.bytes"
 echo "$(bytes memory-longline.tmpl)" >"$results/memory-longline.tool.bytes"
 [ "$large" = yes ] && echo "$(bytes memory-1GB.tmpl)" >"$results/memory-1GB.tool.bytes"
 
 # The first run of each series warms the caches and is not counted. The tool
-# and envsubst take turns, so that whatever else loads the machine hits both.
-for workload in plain reg; do
-    echo "bench: $workload, $runs runs after a warm-up" >&2
+# and ctemplate take turns, so that whatever else loads the machine hits all
+# the ways alike.
+for workload in "${compared[@]}"; do
+    echo "bench: $workload, $runs runs after a warm-up, the tool and ctemplate in turn" >&2
     for ((run = 0; run <= runs; run++)); do
-        [ "$run" -eq 0 ] && suffix=warm-up || suffix=
-        run_tool "$workload" "${suffix:-$workload.tool}"
-        if [ "$have_envsubst" = yes ]; then
-            run_envsubst "$workload" "${suffix:-$workload.envsubst}"
-        fi
+        [ "$run" -eq 0 ] && suffix=.warm-up || suffix=
+        run_compared "$workload" "$suffix"
     done
+    # What the timed runs wrote, checked as check_outputs checked the rest.
+    for way in stdout output; do
+        cmp "$outputs/$workload.ctemplate" "$outputs/$workload.$way" >&2 \
+            || fail "$workload: the tool's timed output ($way) differs from ctemplate's"
+    done
+    rm -f "$outputs/$workload".*
 done
-[ "$have_envsubst" = yes ] || echo "bench: no envsubst here; no comparison" >&2
 
 memory_workloads=(memory-10MB memory-longline)
 [ "$large" = yes ] && memory_workloads+=(memory-1GB)
-for workload in mixed include "${memory_workloads[@]}"; do
+for workload in include "${memory_workloads[@]}"; do
     echo "bench: $workload, $runs runs after a warm-up" >&2
     for ((run = 0; run <= runs; run++)); do
         [ "$run" -eq 0 ] && suffix=warm-up || suffix=
