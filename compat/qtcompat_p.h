@@ -25,10 +25,10 @@
 #include <vector>
 
 #if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
-#include <QFileDevice>
 #include <QStringDecoder>
 class QTextCodec;
 #else
+#include <QSysInfo>
 #include <QTextCodec>
 #endif
 
@@ -245,91 +245,17 @@ template<typename Codec = QTextCodec> Codec *codecOf(const QTextStream &stream)
 #endif
 }
 
-// A text stream that writes UTF-8 into a file as Qt 5's UTF-8 codec encodes
-// it: a surrogate without its partner becomes '?', and one left at the very
-// end of the output is dropped. Each time the stream passes its buffer on,
-// the file is written and flushed, and a failure of either is the stream's
-// WriteFailed status, with the file's error string.
+// Makes \a stream pass its text on as UTF-16 in the machine's byte order,
+// without a byte order mark: every character as it is, a lone surrogate too.
+inline void setUtf16Encoding(QTextStream &stream)
+{
 #if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
-namespace Detail {
-// Qt 6 writes U+FFFD for a lone surrogate, so the stream hands this device
-// UTF-16, in which every character arrives as it is, and the device encodes
-// it. A surrogate at the end of one piece waits for the next, which may hold
-// its partner; the encoding of one piece is Qt's stateless UTF-8, which still
-// writes '?' for a lone surrogate.
-class Utf8FileDevice : public QIODevice
-{
-public:
-    explicit Utf8FileDevice(QFileDevice *file)
-        : m_file(file)
-    {
-        open(QIODevice::WriteOnly | QIODevice::Unbuffered);
-    }
-
-protected:
-    qint64 readData(char *, qint64) override { return -1; }
-
-    qint64 writeData(const char *data, qint64 size) override
-    {
-        QStringView text(reinterpret_cast<const QChar *>(data), qsizetype(size / 2));
-        QString joined;
-        if (!m_pending.isEmpty()) {
-            joined = m_pending;
-            joined.append(text);
-            text = joined;
-        }
-        // Qt 5 held back a last surrogate that did not close a pair.
-        qsizetype complete = text.size();
-        const bool closesPair = complete >= 2 && text.at(complete - 1).isLowSurrogate()
-            && text.at(complete - 2).isHighSurrogate();
-        if (complete > 0 && text.at(complete - 1).isSurrogate() && !closesPair)
-            --complete;
-        const QByteArray bytes = text.left(complete).toUtf8();
-        m_pending = text.mid(complete).toString();
-        // As Qt 5's stream did: it wrote what it had encoded, flushed the
-        // file, and took a failure of either, or nothing written, for a
-        // failed write.
-        const qint64 written = m_file->write(bytes);
-        const bool isFlushed = m_file->flush();
-        return written > 0 && isFlushed ? size : -1;
-    }
-
-private:
-    QFileDevice *m_file;
-    QString m_pending;
-};
-} // namespace Detail
-
-class Utf8Writer
-{
-public:
-    explicit Utf8Writer(QFileDevice *file)
-        : m_device(file)
-        , m_stream(&m_device)
-    {
-        m_stream.setEncoding(QStringConverter::Utf16);
-    }
-    QTextStream &stream() { return m_stream; }
-
-private:
-    Detail::Utf8FileDevice m_device;
-    QTextStream m_stream;
-};
+    stream.setEncoding(QStringConverter::Utf16);
 #else
-class Utf8Writer
-{
-public:
-    explicit Utf8Writer(QIODevice *file)
-        : m_stream(file)
-    {
-        m_stream.setCodec("UTF-8");
-    }
-    QTextStream &stream() { return m_stream; }
-
-private:
-    QTextStream m_stream;
-};
+    stream.setCodec(QSysInfo::ByteOrder == QSysInfo::BigEndian ? "UTF-16BE" : "UTF-16LE");
 #endif
+    stream.setGenerateByteOrderMark(false);
+}
 
 // A process that runs \a setUp in the child, between fork() and exec().
 #if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)

@@ -50,6 +50,63 @@ bool widenAscii(const char *in, int size, ushort *out)
     return true;
 }
 
+// Whether \a in is well-formed UTF-8, which decodes and encodes back to the
+// same bytes: no overlong form, no surrogate, nothing above U+10FFFF.
+bool isUtf8(const unsigned char *in, int size)
+{
+    for (int i = 0; i < size;) {
+        const unsigned char lead = in[i];
+        if (lead < 0x80) {
+            ++i;
+            continue;
+        }
+        int length;
+        unsigned char low = 0x80;
+        unsigned char high = 0xBF;
+        if (lead >= 0xC2 && lead <= 0xDF) {
+            length = 2;
+        } else if (lead >= 0xE0 && lead <= 0xEF) {
+            length = 3;
+            if (lead == 0xE0)
+                low = 0xA0;
+            else if (lead == 0xED)
+                high = 0x9F;
+        } else if (lead >= 0xF0 && lead <= 0xF4) {
+            length = 4;
+            if (lead == 0xF0)
+                low = 0x90;
+            else if (lead == 0xF4)
+                high = 0x8F;
+        } else {
+            return false;
+        }
+        if (size - i < length || in[i + 1] < low || in[i + 1] > high)
+            return false;
+        for (int k = 2; k < length; ++k) {
+            if ((in[i + k] & 0xC0) != 0x80)
+                return false;
+        }
+        i += length;
+    }
+    return true;
+}
+
+// The length of the run of ASCII bytes that starts \a in.
+int asciiPrefix(const char *in, int size)
+{
+    int i = 0;
+#ifdef __SSE2__
+    for (; i + 16 <= size; i += 16) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + i));
+        if (_mm_movemask_epi8(chunk))
+            break;
+    }
+#endif
+    while (i < size && static_cast<unsigned char>(in[i]) < 0x80)
+        ++i;
+    return i;
+}
+
 QString lineTooLong()
 {
     return QStringLiteral("a line is longer than %1 bytes").arg(LineReader::MaxLineBytes);
@@ -116,7 +173,8 @@ bool LineReader::start()
     m_codec = codecOf(*m_stream);
     if (m_isAtStart && m_stream->autoDetectUnicode())
         m_codec = QTextCodec::codecForUtfText(m_buffer, m_codec);
-    m_cutsBytes = m_codec->mibEnum() == s_utf8Mib || m_codec->mibEnum() == s_latin1Mib;
+    m_isUtf8 = m_codec->mibEnum() == s_utf8Mib;
+    m_cutsBytes = m_isUtf8 || m_codec->mibEnum() == s_latin1Mib;
     m_decoder.reset(m_codec->makeDecoder(m_isAtStart ? QTextCodec::DefaultConversion
                                                      : QTextCodec::IgnoreHeader));
     return true;
@@ -124,13 +182,29 @@ bool LineReader::start()
 
 bool LineReader::readLine(QString &line)
 {
+    return read(line, nullptr);
+}
+
+bool LineReader::readLine(QString &line, Bytes &bytes)
+{
+    bytes.data = nullptr;
+    return read(line, &bytes);
+}
+
+bool LineReader::read(QString &line, Bytes *bytes)
+{
     if (!m_error.isEmpty())
         return false;
     if (!m_device)
         return readThroughStream(line);
     if (!m_codec && !start())
         return false;
-    return m_cutsBytes ? readBytes(line) : readDecoded(line);
+    return m_cutsBytes ? readBytes(line, bytes) : readDecoded(line);
+}
+
+void LineReader::decode(const Bytes &bytes, QString &line)
+{
+    decode(bytes.data, bytes.size, line);
 }
 
 // A pipe may say it is not at its end and then deliver nothing more.
@@ -144,7 +218,7 @@ bool LineReader::readThroughStream(QString &line)
     return false;
 }
 
-bool LineReader::readBytes(QString &line)
+bool LineReader::readBytes(QString &line, Bytes *bytes)
 {
     const int end = findLineEnd();
     if (!m_error.isEmpty())
@@ -153,9 +227,26 @@ bool LineReader::readBytes(QString &line)
     const int size = (hasFeed ? end + 1 : m_buffer.size()) - m_position;
     if (size == 0)
         return false;
-    decode(m_buffer.constData() + m_position, size, line);
+    const char *data = m_buffer.constData() + m_position;
     m_position += size;
+    if (bytes && !m_isFirstLine && isOwnEncoding(data, size)) {
+        int kept = hasFeed ? size - 1 : size;
+        const bool endsWithReturn = kept > 0 && data[kept - 1] == '\r';
+        if (endsWithReturn)
+            --kept;
+        *bytes = Bytes {data, kept, hasFeed && !endsWithReturn};
+        return true;
+    }
+    decode(data, size, line);
     return finishLine(line, hasFeed);
+}
+
+bool LineReader::isOwnEncoding(const char *data, int size) const
+{
+    const int ascii = asciiPrefix(data, size);
+    return ascii == size
+        || (m_isUtf8
+            && isUtf8(reinterpret_cast<const unsigned char *>(data) + ascii, size - ascii));
 }
 
 bool LineReader::readDecoded(QString &line)

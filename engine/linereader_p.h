@@ -42,9 +42,28 @@ public:
     explicit LineReader(QTextStream *stream);
     ~LineReader();
 
+    // A line left in the bytes of the input, without its terminator: valid
+    // until the next read. A line feed follows it there when hasFeed is set.
+    struct Bytes
+    {
+        const char *data = nullptr;
+        int size = 0;
+        bool hasFeed = false;
+    };
+
     // Reads the next line into \a line. Returns false at the end of the input,
     // and when the input cannot be read on; errorString() then says why.
     bool readLine(QString &line);
+    // As readLine(), but a line whose bytes are its own UTF-8 encoding (valid
+    // UTF-8 in an input read as UTF-8, ASCII in one read as Latin-1) is left
+    // undecoded in \a bytes, with \a line untouched; for any other line
+    // \a bytes has no data. Text decoded from a line's bytes by decode() and
+    // written out as UTF-8 is those bytes again, so a caller that only copies
+    // a line need not decode it at all. The first line, where a byte order
+    // mark counts, is always decoded.
+    bool readLine(QString &line, Bytes &bytes);
+    // Decodes a line that readLine() left in \a bytes.
+    void decode(const Bytes &bytes, QString &line);
     // Why the input could not be read to its end; empty after a clean end.
     QString errorString() const;
 
@@ -53,9 +72,11 @@ private:
 
     bool takeOverDevice();
     bool start();
+    bool read(QString &line, Bytes *bytes);
     bool readThroughStream(QString &line);
-    bool readBytes(QString &line);
+    bool readBytes(QString &line, Bytes *bytes);
     bool readDecoded(QString &line);
+    bool isOwnEncoding(const char *data, int size) const;
     int findLineEnd();
     int findTextLineEnd();
     bool readMore();
@@ -71,6 +92,7 @@ private:
     std::unique_ptr<QTextDecoder> m_decoder;
     bool m_isAtStart = false; // whether the device stands at the start of the input
     bool m_cutsBytes = true; // lines are cut from the bytes, not from decoded text
+    bool m_isUtf8 = false; // the input is read as UTF-8
     bool m_isFirstLine = true;
     QByteArray m_buffer; // bytes read and not yet handed on
     int m_position = 0;

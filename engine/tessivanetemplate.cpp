@@ -1,6 +1,7 @@
 #include "tessivanetemplate.h"
 
 #include "enginestate_p.h"
+#include "outputsink_p.h"
 #include "qtcompat_p.h"
 #include "tessivanetemplateparser.h"
 
@@ -197,17 +198,14 @@ int TessivaneTemplate::process(QIODevice *input, const QString &templateName, QF
 int TessivaneTemplate::run(QIODevice *input, const QString &templateName, QFile &outFile)
 {
     QTextStream in(input);
-    Utf8Writer writer(&outFile);
-    QTextStream &out = writer.stream();
+    OutputSink sink(&outFile);
     int result;
     {
         // Leaves the running list before the output is checked.
-        TessivaneTemplateParser parser(this, &in, &out, templateName);
+        TessivaneTemplateParser parser(this, &in, &sink.stream(), templateName);
         result = parser.process();
     }
-    out.flush();
-    // The stream flushes the file too, and marks a failure there as its own.
-    if (out.status() == QTextStream::WriteFailed) {
+    if (!sink.finish()) {
         qWarning("Could not write out file '%s': %s",
                  formatArgument(outFile.fileName()).constData(),
                  formatArgument(outFile.errorString()).constData());

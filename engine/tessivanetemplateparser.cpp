@@ -2,6 +2,7 @@
 
 #include "enginestate_p.h"
 #include "linereader_p.h"
+#include "outputsink_p.h"
 #include "qtcompat_p.h"
 #include "syntaxscan_p.h"
 #include "tessivanetemplate.h"
@@ -20,19 +21,14 @@ using namespace TessivaneTemplatePrivate;
 
 namespace {
 
-// QTextStream copies what it is given into a buffer of its own before it
-// encodes it. A long text goes in slices, so that a line of a gigabyte is not
-// held twice more on its way out.
-void writeText(QTextStream &out, QStringView text)
+void writeLine(OutputSink *sink, const LineReader::Bytes &bytes)
 {
-    const qsizetype sliceSize = 1 << 16;
-    if (text.size() <= sliceSize) {
-        out << text;
+    if (bytes.hasFeed) {
+        sink->writeUtf8(bytes.data, bytes.size + 1);
         return;
     }
-    // The stream's encoder keeps a surrogate pair cut in two whole.
-    for (qsizetype at = 0; at < text.size(); at += sliceSize)
-        out << text.mid(at, qMin(sliceSize, text.size() - at));
+    sink->writeUtf8(bytes.data, bytes.size);
+    sink->writeUtf8("\n", 1);
 }
 
 QString formatV(const char *format, va_list args)
@@ -124,12 +120,33 @@ int TessivaneTemplateParser::process()
     QString name;
     QString parameter;
     auto *loop = dynamic_cast<TessivaneTemplateCommandForeach *>(m_commands.value(LoopPosition));
-    while (reader.readLine(line)) {
+    // Into the engine's own output a line without a command goes as the bytes
+    // it was read as, which is what decoding and encoding it would give.
+    OutputSink *sink = OutputSink::of(m_out);
+    LineReader::Bytes bytes;
+    while (sink ? reader.readLine(line, bytes) : reader.readLine(line)) {
         ++m_lineNumber;
+        const bool isCapturing = loop && loop->isCapturing();
+        if (bytes.data) {
+            if (!isCapturing && indexOfMark(QLatin1String(bytes.data, bytes.size)) < 0) {
+                if (m_activeCommands.isEmpty())
+                    writeLine(sink, bytes);
+                continue;
+            }
+            // Version 1 takes a line of commands apart in its bytes: only the
+            // commands are decoded. The line feed is part of the line.
+            if (!loop && bytes.hasFeed) {
+                if (!processLineBytes(QLatin1String(bytes.data, bytes.size + 1), reader, sink, line,
+                                      name, parameter))
+                    return 1;
+                continue;
+            }
+            reader.decode(bytes, line);
+        }
         line += QLatin1Char('\n');
-        if (indexOfMark(line) < 0 && !(loop && loop->isCapturing())) {
+        if (indexOfMark(line) < 0 && !isCapturing) {
             if (m_activeCommands.isEmpty())
-                writeText(*m_out, line);
+                OutputSink::write(m_out, line);
         } else if (!processCommandLine(line, name, parameter, loop)) {
             return 1;
         }
@@ -167,7 +184,7 @@ bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &n
             continue;
         if (!isCommand) {
             if (m_activeCommands.isEmpty() && !isControl)
-                writeText(*m_out, token);
+                OutputSink::write(m_out, token);
             continue;
         }
         // Version 2 writes an empty command, "%%%%", as a literal mark.
@@ -192,6 +209,30 @@ bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &n
     // A report written into a control line still ends with the line.
     if (isControl && inlineComments(this) != comments)
         *m_out << QLatin1Char('\n');
+    return true;
+}
+
+// As processCommandLine() in version 1, for a line in bytes that are their own
+// UTF-8: text goes out as it is, and each command is decoded into \a command.
+bool TessivaneTemplateParser::processLineBytes(QLatin1String line, LineReader &reader,
+                                               OutputSink *sink, QString &command, QString &name,
+                                               QString &parameter)
+{
+    ByteTokenWalker walker(line);
+    QLatin1String token;
+    bool isCommand = false;
+    while (walker.next(token, isCommand)) {
+        if (!isCommand) {
+            if (m_activeCommands.isEmpty())
+                sink->writeUtf8(token.data(), token.size());
+            continue;
+        }
+        reader.decode(LineReader::Bytes {token.data(), int(token.size())}, command);
+        parameter.resize(0);
+        splitCommandToken(command, name, parameter);
+        if (!processCommand(name, parameter))
+            return false;
+    }
     return true;
 }
 

@@ -11,6 +11,10 @@ class Tessivane;
 class TessivaneTemplate;
 class TessivaneTemplateCommand;
 class TessivaneTemplateCommandForeach;
+namespace TessivaneTemplatePrivate {
+class LineReader;
+class OutputSink;
+} // namespace TessivaneTemplatePrivate
 
 /**
  * \brief Runs one template input from its first line to its last.
@@ -83,6 +87,9 @@ private:
 
     bool processCommandLine(const QString &line, QString &name, QString &parameter,
                             TessivaneTemplateCommandForeach *loop);
+    bool processLineBytes(QLatin1String line, TessivaneTemplatePrivate::LineReader &reader,
+                          TessivaneTemplatePrivate::OutputSink *sink, QString &command,
+                          QString &name, QString &parameter);
     bool processCommand(QString &name, QString &parameter);
     void report(const char *kind, const QString &message, bool isDebug);
     int readFailed(const QString &reason);

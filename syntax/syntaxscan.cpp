@@ -1,5 +1,7 @@
 #include "syntaxscan_p.h"
 
+#include <cstring>
+
 #include <QtAlgorithms>
 
 #include <algorithm>
@@ -84,12 +86,27 @@ int indexOfText(QStringView text, QLatin1String needle, int from)
     return -1;
 }
 
-int indexOfMark(const QString &line, int from)
+int indexOfMark(QStringView line, int from)
 {
     return indexOfText(line, s_mark, from);
 }
 
-bool TokenWalker::next(QStringView &token, bool &isCommand)
+int indexOfMark(QLatin1String line, int from)
+{
+    const char *data = line.data();
+    const char *end = data + line.size();
+    for (const char *at = data + from; at < end;) {
+        at = static_cast<const char *>(std::memchr(at, '%', size_t(end - at)));
+        if (!at || at + 1 == end)
+            return -1;
+        if (at[1] == '%')
+            return int(at - data);
+        ++at;
+    }
+    return -1;
+}
+
+template<typename Text> bool BasicTokenWalker<Text>::next(Text &token, bool &isCommand)
 {
     while (m_position < m_line.size()) {
         // A closing mark is searched from behind the opening one, so "%%%%"
@@ -102,7 +119,7 @@ bool TokenWalker::next(QStringView &token, bool &isCommand)
         m_inCommand = !m_inCommand;
         m_position = wasCommand ? mark + 2 : mark;
         if (m_position > start) {
-            token = QStringView(m_line).mid(start, m_position - start);
+            token = m_line.mid(start, m_position - start);
             isCommand = wasCommand;
             m_hasToken = true;
             return true;
@@ -110,12 +127,15 @@ bool TokenWalker::next(QStringView &token, bool &isCommand)
     }
     if (m_position >= m_line.size() && m_hasToken)
         return false;
-    token = QStringView(m_line).mid(m_position);
+    token = m_line.mid(m_position);
     isCommand = m_inCommand;
-    m_position = m_line.size();
+    m_position = int(m_line.size());
     m_hasToken = true;
     return true;
 }
+
+template class BasicTokenWalker<QStringView>;
+template class BasicTokenWalker<QLatin1String>;
 
 // Copies \a source into \a target, in the buffer \a target already owns when
 // it is large enough: the parser reuses its name and parameter for every
@@ -145,14 +165,14 @@ void splitCommandToken(QStringView token, QString &name, QString &parameter)
 // Nothing inside a group is removed (an escape keeps both characters), so a
 // group is the plain text between its parentheses. A group that is never
 // closed, because of its parenthesis or an open string, is dropped.
-void splitGroups(const QString &parameter, GroupList &groups)
+void splitGroups(QStringView parameter, GroupList &groups)
 {
-    if (!parameter.contains(QLatin1Char('(')) && !parameter.contains(QLatin1Char(')'))) {
-        groups.append(QStringView(parameter));
+    const ushort *text = reinterpret_cast<const ushort *>(parameter.utf16());
+    const int size = int(parameter.size());
+    if (indexOfChar(text, size, 0, '(') < 0 && indexOfChar(text, size, 0, ')') < 0) {
+        groups.append(parameter);
         return;
     }
-    const ushort *text = parameter.utf16();
-    const int size = parameter.size();
     int groupStart = -1;
     bool inString = false;
     for (int i = indexOfSyntaxChar(text, size, 0); i < size;
@@ -167,7 +187,7 @@ void splitGroups(const QString &parameter, GroupList &groups)
             if (c == '\\' && i + 1 < size && text[i + 1] == '"')
                 ++i;
         } else if (c == ')') {
-            groups.append(QStringView(parameter).mid(groupStart, i - groupStart));
+            groups.append(parameter.mid(groupStart, i - groupStart));
             groupStart = -1;
         }
     }

@@ -19,29 +19,37 @@ namespace TessivaneTemplatePrivate {
 int indexOfText(QStringView text, QLatin1String needle, int from = 0);
 
 // The position of the first "%%" in \a line at or after \a from, or -1.
-int indexOfMark(const QString &line, int from = 0);
+int indexOfMark(QStringView line, int from = 0);
+// The same in the bytes of a line in an encoding where '%' is one byte.
+int indexOfMark(QLatin1String line, int from = 0);
 
 // Walks the tokens of a line from left to right: text tokens, and command
 // tokens that begin with "%%". Marks pair from left to right; an unmatched
 // last mark opens a command that runs to the end of the line. A line without
 // a mark is one text token, even when it is empty; no other token is empty.
-class TokenWalker
+//
+// \a Text is QStringView, or QLatin1String for a view of a line's bytes in
+// an encoding where '%' is one byte: the tokens are cut at the same places.
+template<typename Text> class BasicTokenWalker
 {
 public:
-    explicit TokenWalker(const QString &line)
+    explicit BasicTokenWalker(Text line)
         : m_line(line)
     {
     }
 
     // Sets \a token to the next token and \a isCommand to its kind; false at the end.
-    bool next(QStringView &token, bool &isCommand);
+    bool next(Text &token, bool &isCommand);
 
 private:
-    const QString &m_line;
+    Text m_line;
     int m_position = 0;
     bool m_inCommand = false;
     bool m_hasToken = false;
 };
+
+using TokenWalker = BasicTokenWalker<QStringView>;
+using ByteTokenWalker = BasicTokenWalker<QLatin1String>;
 
 // Splits a command token into the name before the first "(" and the
 // parameter from there on, after dropping two characters at each end and
@@ -52,7 +60,7 @@ using GroupList = QVarLengthArray<QStringView, 4>;
 
 // The parenthesised groups of \a parameter, without their parentheses; a
 // parameter without any parenthesis is one group.
-void splitGroups(const QString &parameter, GroupList &groups);
+void splitGroups(QStringView parameter, GroupList &groups);
 
 } // namespace TessivaneTemplatePrivate
 

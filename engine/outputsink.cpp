@@ -1,0 +1,204 @@
+#include "outputsink_p.h"
+
+#include "qtcompat_p.h"
+
+#include <QFileDevice>
+
+#include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+namespace TessivaneTemplatePrivate {
+
+namespace {
+
+// The buffer is passed on when the next piece might not fit: a piece of
+// SliceSize characters takes at most three bytes each.
+const qsizetype SliceSize = 1 << 14;
+const qsizetype BufferSize = 1 << 17;
+// Bytes of at least this many go to the target without a copy.
+const qsizetype DirectSize = BufferSize / 2;
+
+thread_local OutputSink *t_innermost = nullptr;
+
+// Narrows ASCII characters into bytes, sixteen at a time where the processor
+// allows. Returns how many were ASCII, from the start.
+qsizetype narrowAscii(const QChar *in, qsizetype size, char *out)
+{
+    const auto *from = reinterpret_cast<const ushort *>(in);
+    qsizetype i = 0;
+#ifdef __SSE2__
+    const __m128i high = _mm_set1_epi16(short(0xFF80));
+    for (; i + 16 <= size; i += 16) {
+        const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + i));
+        const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + i + 8));
+        const __m128i either = _mm_or_si128(first, second);
+        if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(either, high), _mm_setzero_si128()))
+            != 0xFFFF)
+            break;
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + i), _mm_packus_epi16(first, second));
+    }
+#endif
+    for (; i < size && from[i] < 0x80; ++i)
+        out[i] = char(from[i]);
+    return i;
+}
+
+} // namespace
+
+OutputSink::OutputSink(QIODevice *target)
+    : m_target(target)
+    , m_stream(this)
+    , m_outer(t_innermost)
+{
+    open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+    setUtf16Encoding(m_stream);
+    // Reserved, so that emptying the buffer keeps its memory.
+    m_buffer.reserve(BufferSize);
+    t_innermost = this;
+}
+
+OutputSink::~OutputSink()
+{
+    t_innermost = m_outer;
+}
+
+OutputSink *OutputSink::of(QTextStream *stream)
+{
+    for (OutputSink *sink = t_innermost; sink; sink = sink->m_outer) {
+        if (&sink->m_stream == stream)
+            return sink;
+    }
+    return nullptr;
+}
+
+void OutputSink::write(QTextStream *stream, QStringView text)
+{
+    if (OutputSink *sink = of(stream)) {
+        sink->write(text);
+        return;
+    }
+    // A stream copies what it is given into a buffer of its own before it
+    // encodes it. A long text goes in slices, so that a line of a gigabyte is
+    // not held twice more on its way out; the encoder keeps a pair cut in two
+    // whole.
+    if (text.size() <= SliceSize) {
+        *stream << text;
+        return;
+    }
+    for (qsizetype at = 0; at < text.size(); at += SliceSize)
+        *stream << text.mid(at, qMin(SliceSize, text.size() - at));
+}
+
+void OutputSink::write(QStringView text)
+{
+    m_stream.flush();
+    encode(text);
+}
+
+void OutputSink::writeUtf8(const char *data, qsizetype size)
+{
+    if (size == 0)
+        return;
+    m_stream.flush();
+    // UTF-8 never starts with half a surrogate pair.
+    closePending();
+    if (m_hasFailed)
+        return;
+    if (size < DirectSize) {
+        if (m_buffer.size() + size > BufferSize)
+            drain();
+        m_buffer.append(data, int(size));
+        return;
+    }
+    if (drain())
+        pass(data, size);
+}
+
+bool OutputSink::finish()
+{
+    m_stream.flush();
+    // A surrogate still waiting for its partner is dropped.
+    m_pendingSurrogate = 0;
+    drain();
+    return !m_hasFailed;
+}
+
+qint64 OutputSink::readData(char *, qint64)
+{
+    return -1;
+}
+
+qint64 OutputSink::writeData(const char *data, qint64 size)
+{
+    encode(QStringView(reinterpret_cast<const QChar *>(data), qsizetype(size / 2)));
+    return m_hasFailed ? -1 : size;
+}
+
+void OutputSink::encode(QStringView text)
+{
+    if (text.isEmpty() || m_hasFailed)
+        return;
+    if (m_pendingSurrogate) {
+        if (text.front().isLowSurrogate()) {
+            const QChar pair[2] = {QChar(m_pendingSurrogate), text.front()};
+            m_buffer += QStringView(pair, 2).toUtf8();
+            text = text.mid(1);
+            m_pendingSurrogate = 0;
+        } else {
+            closePending();
+        }
+    }
+    if (!text.isEmpty() && text.back().isHighSurrogate()) {
+        m_pendingSurrogate = text.back().unicode();
+        text.chop(1);
+    }
+    while (!text.isEmpty()) {
+        qsizetype slice = qMin(text.size(), SliceSize);
+        // A pair is encoded whole.
+        if (slice < text.size() && text.at(slice - 1).isHighSurrogate())
+            ++slice;
+        if (m_buffer.size() + 3 * slice > BufferSize && !drain())
+            return;
+        const int used = m_buffer.size();
+        m_buffer.resize(used + int(slice));
+        const qsizetype ascii = narrowAscii(text.data(), slice, m_buffer.data() + used);
+        if (ascii < slice) {
+            m_buffer.resize(used + int(ascii));
+            m_buffer += text.mid(ascii, slice - ascii).toUtf8();
+        }
+        text = text.mid(slice);
+    }
+}
+
+// A surrogate that the next character does not pair with is written as '?'.
+void OutputSink::closePending()
+{
+    if (!m_pendingSurrogate)
+        return;
+    m_pendingSurrogate = 0;
+    m_buffer += '?';
+}
+
+// Passes the buffer on: a failure to write or flush it is kept, as the first
+// one. Returns false once anything has failed.
+bool OutputSink::drain()
+{
+    if (!m_buffer.isEmpty() && !m_hasFailed)
+        pass(m_buffer.constData(), m_buffer.size());
+    m_buffer.resize(0);
+    return !m_hasFailed;
+}
+
+// The target is flushed each time, so that a file's own buffer holds nothing
+// back and its failure shows here.
+void OutputSink::pass(const char *data, qsizetype size)
+{
+    auto *file = qobject_cast<QFileDevice *>(m_target);
+    if (m_target->write(data, size) != size || (file && !file->flush()))
+        m_hasFailed = true;
+}
+
+} // namespace TessivaneTemplatePrivate

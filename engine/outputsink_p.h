@@ -1,0 +1,68 @@
+#ifndef TESSIVANETEMPLATE_OUTPUTSINK_P_H
+#define TESSIVANETEMPLATE_OUTPUTSINK_P_H
+
+#include <QByteArray>
+#include <QIODevice>
+#include <QStringView>
+#include <QTextStream>
+
+namespace TessivaneTemplatePrivate {
+
+// The UTF-8 output of one process() call. Tag handlers and included parsers
+// write QStrings into stream(); the engine's own text, which is most of the
+// output, skips the stream and its second buffer: write() encodes a text
+// straight into the sink's buffer, and writeUtf8() copies bytes that are
+// UTF-8 already, such as a template line that holds no command.
+//
+// All three ways end in one buffer, in the order they were taken: a direct
+// write first lets the stream pass on what it holds. The stream hands the
+// sink UTF-16, so that one encoder serves every way and encodes as Qt 5's
+// UTF-8 codec did: a surrogate without its partner becomes '?', one at the
+// end of a piece waits for the next, and one at the very end is dropped.
+//
+// The buffer goes to the target device when it is full and at finish(); the
+// first failure to write or flush it is kept, fails the stream's writes, and
+// drops everything after it.
+class OutputSink : public QIODevice
+{
+public:
+    explicit OutputSink(QIODevice *target);
+    ~OutputSink() override;
+
+    // The sink behind \a stream when it is one of the sinks of this thread,
+    // else null: a caller with another stream writes into the stream itself.
+    static OutputSink *of(QTextStream *stream);
+
+    // Writes \a text into \a stream, through its sink when it has one.
+    static void write(QTextStream *stream, QStringView text);
+
+    QTextStream &stream() { return m_stream; }
+    void write(QStringView text);
+    void writeUtf8(const char *data, qsizetype size);
+    // Writes out what is left. Returns false when anything could not be written.
+    bool finish();
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override;
+    qint64 writeData(const char *data, qint64 size) override;
+
+private:
+    Q_DISABLE_COPY(OutputSink)
+
+    void encode(QStringView text);
+    void closePending();
+    void drainWhenFull();
+    bool drain();
+    void pass(const char *data, qsizetype size);
+
+    QIODevice *m_target;
+    QTextStream m_stream;
+    QByteArray m_buffer;
+    char16_t m_pendingSurrogate = 0;
+    bool m_hasFailed = false;
+    OutputSink *m_outer; // the sink of the run this one is nested in
+};
+
+} // namespace TessivaneTemplatePrivate
+
+#endif
