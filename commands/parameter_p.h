@@ -2,15 +2,27 @@
 #define TESSIVANETEMPLATE_PARAMETER_P_H
 
 #include <QString>
+#include <QStringView>
+
+class TessivaneTemplateParser;
+class TessivaneTemplateTag;
 
 namespace TessivaneTemplatePrivate {
 
 // The shape test every command with an argument makes before anything else:
 // its parameter, as the parser delivers it, opens with "(" and closes with ")".
-inline bool isParenthesized(const QString &parameter)
+inline bool isParenthesized(QStringView parameter)
 {
     return parameter.startsWith(QLatin1Char('(')) && parameter.endsWith(QLatin1Char(')'));
 }
+
+// TessivaneTemplateCommandReg::getReg() on a view of the parameter, for the
+// conditions, which find theirs inside their own parameter.
+int readRegistryValue(TessivaneTemplateParser *parser, QStringView parameter, QString &value,
+                      QString &message);
+// TessivaneTemplateCommandTag::getTagUsingParameter() on a view of the parameter.
+TessivaneTemplateTag *findTagOfParameter(TessivaneTemplateParser *parser, QStringView parameter,
+                                         QString &tagName);
 
 } // namespace TessivaneTemplatePrivate
 

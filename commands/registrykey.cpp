@@ -31,16 +31,13 @@ bool isRegRootAt(QStringView key, int at)
     return true;
 }
 
-// Every "$REGROOT" becomes the registry root, built in place in one
-// allocation: this runs for every registry command of a template.
-QString expandRegRoot(QStringView key, const QVarLengthArray<int, 4> &found,
-                      const TessivaneTemplate *engine)
+// Every "$REGROOT" becomes the registry root, built in place in the buffer
+// \a expanded already owns: this runs for every registry command of a template.
+void expandRegRoot(QStringView key, const QVarLengthArray<int, 4> &found,
+                   const TessivaneTemplate *engine, QString &expanded)
 {
-    if (found.isEmpty())
-        return key.toString();
-    const QString root = engine->regRoot();
-    QString expanded(key.size() + found.size() * (root.size() - s_regRoot.size()),
-                     Qt::Uninitialized);
+    const QString root = found.isEmpty() ? QString() : engine->regRoot();
+    expanded.resize(int(key.size() + found.size() * (root.size() - s_regRoot.size())));
     QChar *out = expanded.data();
     int from = 0;
     for (const int at : found) {
@@ -49,7 +46,6 @@ QString expandRegRoot(QStringView key, const QVarLengthArray<int, 4> &found,
         from = at + s_regRoot.size();
     }
     std::copy(key.begin() + from, key.end(), out);
-    return expanded;
 }
 
 // The general case, inside a loop's block: one pass over the "$" signs, and
@@ -88,7 +84,7 @@ QString expandNames(QStringView key, const TessivaneTemplate *engine)
 
 // Only a "$" that starts a name other than "$REGROOT" asks the engine for
 // its loops, which version 1 never has.
-QString expandRegistryKey(QStringView key, const TessivaneTemplate *engine)
+void expandRegistryKey(QStringView key, const TessivaneTemplate *engine, QString &expanded)
 {
     QVarLengthArray<int, 4> roots;
     for (int at = indexOfText(key, QLatin1String("$")); at >= 0;
@@ -97,10 +93,18 @@ QString expandRegistryKey(QStringView key, const TessivaneTemplate *engine)
             roots.append(at);
             at += s_regRoot.size() - 1;
         } else if (at + 1 < key.size() && isNameCharacter(key.at(at + 1))) {
-            return expandNames(key, engine);
+            expanded = expandNames(key, engine);
+            return;
         }
     }
-    return expandRegRoot(key, roots, engine);
+    expandRegRoot(key, roots, engine, expanded);
+}
+
+QString expandRegistryKey(QStringView key, const TessivaneTemplate *engine)
+{
+    QString expanded;
+    expandRegistryKey(key, engine, expanded);
+    return expanded;
 }
 
 } // namespace TessivaneTemplatePrivate

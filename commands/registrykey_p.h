@@ -14,6 +14,8 @@ namespace TessivaneTemplatePrivate {
 // a loop binds becomes the key of its current child. Names no loop binds stay
 // as they are.
 QString expandRegistryKey(QStringView key, const TessivaneTemplate *engine);
+// The same into \a expanded, in the buffer it owns when that is large enough.
+void expandRegistryKey(QStringView key, const TessivaneTemplate *engine, QString &expanded);
 
 } // namespace TessivaneTemplatePrivate
 

@@ -1,6 +1,8 @@
 #include "tessivanetemplatecommandif.h"
 
+#include "parameter_p.h"
 #include "qtcompat_p.h"
+#include "syntaxscan_p.h"
 #include "tessivanetemplatecommandreg.h"
 #include "tessivanetemplatecommandtag.h"
 #include "tessivanetemplateparser.h"
@@ -62,33 +64,56 @@ const QChar s_quote(QLatin1Char('"'));
 
 struct Condition
 {
-    QString lookup;
-    QString expected;
+    QStringView lookup;
+    QStringView expected;
     bool isEquality;
 };
 
 // The first "==" anywhere decides before any "!="; without either operator
 // the condition is "!= 0".
-Condition parseCondition(const QString &parameter)
+Condition parseCondition(QStringView parameter)
 {
-    Condition condition {parameter, QStringLiteral("0"), false};
-    int op = parameter.indexOf(QLatin1String("=="));
+    Condition condition {parameter, u"0", false};
+    int op = indexOfText(parameter, QLatin1String("=="));
     condition.isEquality = op >= 0;
     if (op < 0)
-        op = parameter.indexOf(QLatin1String("!="));
+        op = indexOfText(parameter, QLatin1String("!="));
     if (op >= 0) {
         condition.lookup = parameter.left(op);
         condition.expected = parameter.mid(op + 2);
     }
     condition.lookup = condition.lookup.trimmed();
     // One quote is removed at each end, and nothing else: blanks inside count.
-    QString expected = condition.expected.trimmed();
+    QStringView expected = condition.expected.trimmed();
     if (expected.startsWith(s_quote))
-        expected.remove(0, 1);
+        expected = expected.mid(1);
     if (expected.endsWith(s_quote))
         expected.chop(1);
     condition.expected = expected;
     return condition;
+}
+
+bool readRegValue(TessivaneTemplateParser *parser, QStringView lookup, QString &value)
+{
+    QString message;
+    const int result = readRegistryValue(parser, lookup, value, message);
+    if (!message.isNull())
+        parser->warning("%s", formatArgument(message).constData());
+    return result == 0;
+}
+
+bool readTagValue(TessivaneTemplateParser *parser, QStringView lookup, QString &value)
+{
+    QString tagName;
+    TessivaneTemplateTag *tag = findTagOfParameter(parser, lookup, tagName);
+    if (!tag)
+        return false;
+    // A handler that answers true without storing a number compares as 0.
+    int number = 0;
+    if (!tag->processTag(tagName, nullptr, true, &number))
+        return false;
+    value = QString::number(number);
+    return true;
 }
 
 } // namespace
@@ -143,17 +168,17 @@ int TessivaneTemplateCommandIf::executeElse(TessivaneTemplateParser *parser)
 int TessivaneTemplateCommandIf::executeIf(TessivaneTemplateParser *parser, const QString &name,
                                           const QString &parameter)
 {
-    const QString source = name.mid(2).trimmed();
+    const QStringView source = QStringView(name).mid(2).trimmed();
     const Condition condition = parseCondition(parameter);
     QString value;
     bool isFound = false;
     if (source == QLatin1String("REG")) {
-        isFound = getRegValue(parser, condition.lookup, value);
+        isFound = readRegValue(parser, condition.lookup, value);
     } else if (source == QLatin1String("TAG")) {
-        isFound = getTagValue(parser, condition.lookup, value);
+        isFound = readTagValue(parser, condition.lookup, value);
     } else {
         parser->warning("parse error on if, unknown token '%s'",
-                        formatArgument(source).constData());
+                        formatArgument(source.toString()).constData());
         skipStack.append(false);
         return CommandFailed;
     }
@@ -172,26 +197,11 @@ int TessivaneTemplateCommandIf::openBlock(bool isSkipped)
 bool TessivaneTemplateCommandIf::getRegValue(TessivaneTemplateParser *parser, const QString &lookup,
                                              QString &value)
 {
-    TessivaneTemplateCommandReg reg;
-    QString message;
-    const int result = reg.getReg(parser, lookup, value, message);
-    if (!message.isNull())
-        parser->warning("%s", formatArgument(message).constData());
-    return result == 0;
+    return readRegValue(parser, lookup, value);
 }
 
 bool TessivaneTemplateCommandIf::getTagValue(TessivaneTemplateParser *parser, const QString &lookup,
                                              QString &value)
 {
-    TessivaneTemplateCommandTag tagCommand;
-    QString tagName;
-    TessivaneTemplateTag *tag = tagCommand.getTagUsingParameter(parser, lookup, tagName);
-    if (!tag)
-        return false;
-    // A handler that answers true without storing a number compares as 0.
-    int number = 0;
-    if (!tag->processTag(tagName, nullptr, true, &number))
-        return false;
-    value = QString::number(number);
-    return true;
+    return readTagValue(parser, lookup, value);
 }

@@ -1,5 +1,6 @@
 #include "tessivanetemplatecommandreg.h"
 
+#include "outputsink_p.h"
 #include "parameter_p.h"
 #include "qtcompat_p.h"
 #include "registrykey_p.h"
@@ -24,13 +25,23 @@ const QLatin1String s_regJson("REG_JSON");
 const QLatin1String s_regShell("REG_SHELL");
 
 // Consecutive strings pair up as registry value and replacement; a later pair
-// for the same value wins and an unpaired last string is ignored.
-QMap<QString, QString> valueMapping(const QString &group)
+// for the same value wins and an unpaired last string is ignored. A template
+// tends to repeat one mapping line after line, so the last one is kept.
+QMap<QString, QString> valueMapping(QStringView group)
 {
-    const QStringList strings = TessivaneTemplateTokenizer::tokenizeParameter(group);
+    struct LastMapping
+    {
+        QString group;
+        QMap<QString, QString> mapping;
+    };
+    thread_local LastMapping last;
+    if (group == last.group)
+        return last.mapping;
+    const QStringList strings = TessivaneTemplateTokenizer::tokenizeParameter(group.toString());
     QMap<QString, QString> mapping;
     for (int i = 0; i + 1 < strings.size(); i += 2)
         mapping.insert(strings.at(i), strings.at(i + 1));
+    last = {group.toString(), mapping};
     return mapping;
 }
 
@@ -79,12 +90,13 @@ QString asInserted(const QString &text)
 // the value mapping, and the default value.
 struct RegParameter
 {
-    RegParameter(const GroupList &groups, const TessivaneTemplate *engine)
-        : key(expandRegistryKey(groups.at(0), engine))
+    RegParameter(const GroupList &groups, const TessivaneTemplate *engine, QString &keyBuffer)
+        : key(keyBuffer)
         , hasDefault(groups.size() >= 3)
     {
+        expandRegistryKey(groups.at(0), engine, keyBuffer);
         if (groups.size() >= 2)
-            mapping = valueMapping(groups.at(1).toString());
+            mapping = valueMapping(groups.at(1));
         if (hasDefault)
             defaultValue = TessivaneTemplateTokenizer::unescape(groups.at(2).toString());
     }
@@ -102,11 +114,19 @@ struct RegParameter
             found = defaultValue;
     }
 
-    QString key;
+    const QString &key;
     QMap<QString, QString> mapping;
     QString defaultValue;
     bool hasDefault;
 };
+
+// Reported after the value, so that an inline comment follows it.
+int finish(TessivaneTemplateParser *parser, const QString &message)
+{
+    if (!message.isNull())
+        parser->warning("%s", formatArgument(message).constData());
+    return TessivaneTemplateCommand::CommandDone;
+}
 
 } // namespace
 
@@ -132,32 +152,40 @@ int TessivaneTemplateCommandReg::executeCommand(TessivaneTemplateParser *parser,
         return CommandFailed;
     }
 
-    QTextStream &out = *parser->getOutStream();
+    QTextStream *out = parser->getOutStream();
     switch (form) {
     case Form::Quoted:
-        out << QLatin1Char('"') << value << QLatin1Char('"');
-        break;
+        OutputSink::write(out, u"\"");
+        OutputSink::write(out, value);
+        OutputSink::write(out, u"\"");
+        return finish(parser, message);
     case Form::Ini:
-        out << value.replace(QLatin1Char('='), QLatin1String("%3D"))
-                   .replace(QLatin1Char(']'), QLatin1String("%5D"));
+        value.replace(QLatin1Char('='), QLatin1String("%3D"))
+            .replace(QLatin1Char(']'), QLatin1String("%5D"));
         break;
     case Form::Json:
-        out << jsonString(value);
+        value = jsonString(value);
         break;
     case Form::Shell:
-        out << shellWord(value);
+        value = shellWord(value);
         break;
     default:
-        out << value;
+        break;
     }
-    // Reported after the value, so that an inline comment follows it.
-    if (!message.isNull())
-        parser->warning("%s", formatArgument(message).constData());
-    return CommandDone;
+    OutputSink::write(out, value);
+    return finish(parser, message);
 }
 
 int TessivaneTemplateCommandReg::getReg(TessivaneTemplateParser *parser, const QString &parameter,
                                         QString &value, QString &message)
+{
+    return readRegistryValue(parser, parameter, value, message);
+}
+
+namespace TessivaneTemplatePrivate {
+
+int readRegistryValue(TessivaneTemplateParser *parser, QStringView parameter, QString &value,
+                      QString &message)
 {
     if (!isParenthesized(parameter))
         return 1;
@@ -173,7 +201,9 @@ int TessivaneTemplateCommandReg::getReg(TessivaneTemplateParser *parser, const Q
         message = QStringLiteral("empty parameter for REG");
         return 1;
     }
-    const RegParameter reg(groups, parser->getTemplate());
+    // Keys are built in one buffer, which a lookup does not reenter.
+    thread_local QString keyBuffer;
+    const RegParameter reg(groups, parser->getTemplate(), keyBuffer);
     QString found;
     if (backend->get(reg.key, found, _RegEntryParam {0}, QLatin1String("")) == 0) {
         reg.resolve(found);
@@ -188,3 +218,5 @@ int TessivaneTemplateCommandReg::getReg(TessivaneTemplateParser *parser, const Q
         + asInserted(reg.defaultValue);
     return 0;
 }
+
+} // namespace TessivaneTemplatePrivate

@@ -5,7 +5,7 @@
 #include "tessivanetemplate.h"
 #include "tessivanetemplateparser.h"
 #include "tessivanetemplatetag.h"
-#include "tessivanetemplatetokenizer.h"
+#include "syntaxscan_p.h"
 
 using namespace TessivaneTemplatePrivate;
 
@@ -32,18 +32,26 @@ TessivaneTemplateTag *
 TessivaneTemplateCommandTag::getTagUsingParameter(TessivaneTemplateParser *parser,
                                                   const QString &parameter, QString &tagName)
 {
+    return findTagOfParameter(parser, parameter, tagName);
+}
+
+TessivaneTemplateTag *TessivaneTemplatePrivate::findTagOfParameter(TessivaneTemplateParser *parser,
+                                                                   QStringView parameter,
+                                                                   QString &tagName)
+{
     if (!isParenthesized(parameter)) {
         parser->debug("parameter doesn't contain '(' and ')'");
         return nullptr;
     }
-    const QStringList groups = TessivaneTemplateTokenizer::tokenizeParameters(parameter);
+    GroupList groups;
+    splitGroups(parameter, groups);
     if (groups.isEmpty()) {
         parser->warning("empty parameter for TAG");
         return nullptr;
     }
     if (groups.size() > 1)
         parser->warning("too many parameters for TAG, continuing with first");
-    tagName = groups.first();
+    tagName = groups.first().toString();
     TessivaneTemplateTag *tag = parser->getTemplate()->getTag(toAscii(tagName).constData());
     if (!tag)
         parser->warning("tag for '%s' not found.", formatArgument(tagName).constData());

@@ -36,7 +36,7 @@ void TessivaneTemplateTag::removeTagName(const char *name)
 
 bool TessivaneTemplateTag::containsTagName(const char *name)
 {
-    return tagNames.contains(fromAscii(name));
+    return tagNames.contains(QLatin1String(name));
 }
 
 QStringList TessivaneTemplateTag::tagNameList() const

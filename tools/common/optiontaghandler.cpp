@@ -1,6 +1,22 @@
 #include "optiontaghandler.h"
 
-#include <QRegularExpression>
+namespace {
+
+// Digits with an optional sign in front, and nothing else.
+bool isDecimal(QStringView text)
+{
+    if (text.startsWith(QLatin1Char('+')) || text.startsWith(QLatin1Char('-')))
+        text = text.mid(1);
+    if (text.isEmpty())
+        return false;
+    for (const QChar c : text) {
+        if (c < QLatin1Char('0') || c > QLatin1Char('9'))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
 
 void OptionTagHandler::define(const QString &name, const QString &text)
 {
@@ -27,10 +43,9 @@ bool OptionTagHandler::processTag(const QString &tagName, QTextStream *out, bool
             *out << it.value();
         return true;
     }
-    static const QRegularExpression decimal(QStringLiteral("^[+-]?[0-9]+$"));
     bool isNumber = false;
     const int number = it.value().toInt(&isNumber, 10);
-    if (!isNumber || !decimal.match(it.value()).hasMatch() || !value)
+    if (!isNumber || !isDecimal(it.value()) || !value)
         return false;
     *value = number;
     return true;
