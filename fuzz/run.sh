@@ -17,8 +17,8 @@ work="$build/fuzz/run"
 # target:dictionary:unwinder. The registry reader's path through Qt's JSON
 # parser leaks on its own; its suppression needs whole stacks through Qt, and
 # so the slow unwinder, at about a tenth of the speed.
-targets=(tokenizer:template.dict:fast render:template.dict:fast registryfile:registry.dict:slow
-    etcdprotocol:etcd.dict:fast)
+targets=(tokenizer:template.dict:fast render:template.dict:fast bytepath:template.dict:fast
+    registryfile:registry.dict:slow etcdprotocol:etcd.dict:fast)
 
 export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$here/../tests/lsan.supp:print_suppressions=0}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
@@ -42,7 +42,7 @@ for entry in "${targets[@]}"; do
     cp -n "$here/corpus/$name/"* "$corpus/"
 
     # Artifacts need an absolute prefix: the render target changes its working
-    # directory to the files it lets templates include.
+    # directory to the files it lets templates include, and so does bytepath.
     ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:fast_unwind_on_malloc=$fast} \
         "$binary" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=4096 \
         -dict="$dict" -artifact_prefix="$artifacts/" -print_final_stats=1 \

@@ -4,9 +4,10 @@
 # A target's name also names its seed corpus, fuzz/corpus/NAME, and the inputs
 # it once failed on, tests/data/fuzz/NAME-*. TT_FUZZ_SOURCE_NAME lists the
 # source that defines its entry points, and what it needs besides the library.
-set(TT_FUZZ_TARGETS tokenizer render registryfile etcdprotocol)
+set(TT_FUZZ_TARGETS tokenizer render bytepath registryfile etcdprotocol)
 set(TT_FUZZ_SOURCE_tokenizer ${CMAKE_CURRENT_LIST_DIR}/syntax/tokenizer/main.cpp)
 set(TT_FUZZ_SOURCE_render ${CMAKE_CURRENT_LIST_DIR}/engine/render/main.cpp)
+set(TT_FUZZ_SOURCE_bytepath ${CMAKE_CURRENT_LIST_DIR}/engine/bytepath/main.cpp)
 set(TT_FUZZ_SOURCE_registryfile ${CMAKE_CURRENT_LIST_DIR}/backend/registryfile/main.cpp)
 set(TT_FUZZ_SOURCE_etcdprotocol ${CMAKE_CURRENT_LIST_DIR}/tools/etcdprotocol/main.cpp
                                 ${CMAKE_CURRENT_LIST_DIR}/../tools/sync/etcdprotocol.cpp)
