@@ -1,5 +1,7 @@
 #include "tessivanetemplatecommandforeach.h"
 
+#include "outputsink_p.h"
+
 #include "enginestate_p.h"
 #include "parameter_p.h"
 #include "qtcompat_p.h"
@@ -248,7 +250,7 @@ bool TessivaneTemplateCommandForeach::render(TessivaneTemplateParser *parser, co
     out.flush();
     if (!m_body.endsWith(QLatin1Char('\n')) && rendered.endsWith(QLatin1Char('\n')))
         rendered.chop(1);
-    *parser->getOutStream() << rendered;
+    OutputSink::write(parser->getOutStream(), rendered);
     return result != 1;
 }
 
@@ -262,7 +264,7 @@ int TessivaneTemplateCommandForeach::writeItem(TessivaneTemplateParser *parser,
         parser->warning("ITEM of an unknown loop name '%s'", formatArgument(name).constData());
         return CommandFailed;
     }
-    *parser->getOutStream() << binding.item;
+    OutputSink::write(parser->getOutStream(), binding.item);
     return CommandDone;
 }
 
@@ -275,5 +277,5 @@ void TessivaneTemplateCommandForeach::finish(TessivaneTemplateParser *parser)
     parser->warning("FOREACH of line %d is not closed with ENDFOREACH", m_headerLine);
     // The report in the output ends a line of its own.
     if (inlineComments(parser) != comments)
-        *parser->getOutStream() << QLatin1Char('\n');
+        OutputSink::write(parser->getOutStream(), u"\n");
 }

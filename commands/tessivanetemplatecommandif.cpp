@@ -1,5 +1,6 @@
 #include "tessivanetemplatecommandif.h"
 
+#include "outputsink_p.h"
 #include "parameter_p.h"
 #include "qtcompat_p.h"
 #include "syntaxscan_p.h"
@@ -110,7 +111,10 @@ bool readTagValue(TessivaneTemplateParser *parser, QStringView lookup, QString &
         return false;
     // A handler that answers true without storing a number compares as 0.
     int number = 0;
-    if (!tag->processTag(tagName, nullptr, true, &number))
+    const bool isAnswered = tag->processTag(tagName, nullptr, true, &number);
+    // A handler may write into the output all the same.
+    OutputSink::passOn(parser->getOutStream());
+    if (!isAnswered)
         return false;
     value = QString::number(number);
     return true;
@@ -125,7 +129,11 @@ TessivaneTemplateCommandIf::~TessivaneTemplateCommandIf()
 
 bool TessivaneTemplateCommandIf::isResponsibleFor(const QString &name)
 {
-    return name.startsWith(QLatin1String("IF")) || name == s_endIf || name == s_else;
+    // Every command name is offered here: the lengths answer most of them.
+    const int size = name.size();
+    if (size >= 2 && name.at(0) == QLatin1Char('I') && name.at(1) == QLatin1Char('F'))
+        return true;
+    return (size == s_endIf.size() && name == s_endIf) || (size == s_else.size() && name == s_else);
 }
 
 int TessivaneTemplateCommandIf::executeCommand(TessivaneTemplateParser *parser, const QString &name,

@@ -1,5 +1,7 @@
 #include "tessivanetemplatecommandinclude.h"
 
+#include "outputsink_p.h"
+
 #include "parameter_p.h"
 #include "qtcompat_p.h"
 #include "tessivanetemplate.h"
@@ -70,6 +72,9 @@ TessivaneTemplateCommandInclude::~TessivaneTemplateCommandInclude() = default;
 
 bool TessivaneTemplateCommandInclude::isResponsibleFor(const QString &name)
 {
+    // Every command name is offered here: the first letter answers most of them.
+    if (!name.startsWith(QLatin1Char('I')))
+        return false;
     return name == s_includeFile || name == s_includeDir || name == s_includeExecutable;
 }
 
@@ -168,10 +173,10 @@ int TessivaneTemplateCommandInclude::includeExecutable(TessivaneTemplateParser *
     }
     // Each chunk is written as it comes, every byte one Latin-1 character; a
     // NUL byte ends the text of its chunk.
-    QTextStream &out = *parser->getOutStream();
+    QTextStream *out = parser->getOutStream();
     char buffer[1024];
     while (std::fgets(buffer, sizeof buffer, pipe))
-        out << fromAscii(buffer);
+        OutputSink::write(out, fromAscii(buffer));
     ::pclose(pipe);
     return CommandDone;
 #endif

@@ -24,25 +24,36 @@ const QLatin1String s_regIni("REG_INI");
 const QLatin1String s_regJson("REG_JSON");
 const QLatin1String s_regShell("REG_SHELL");
 
-// Consecutive strings pair up as registry value and replacement; a later pair
-// for the same value wins and an unpaired last string is ignored. A template
-// tends to repeat one mapping line after line, so the last one is kept.
-QMap<QString, QString> valueMapping(QStringView group)
+// A template tends to repeat one mapping and one default value line after
+// line, so the last of each is kept, as the group that gave it and what it
+// gave. Nothing that reads one runs another registry command meanwhile.
+template<typename Value> struct LastParsed
 {
-    struct LastMapping
-    {
-        QString group;
+    QString group;
+    Value value;
+};
+
+// Consecutive strings pair up as registry value and replacement; a later pair
+// for the same value wins and an unpaired last string is ignored.
+const QMap<QString, QString> &valueMapping(QStringView group)
+{
+    thread_local LastParsed<QMap<QString, QString>> last;
+    if (group != last.group) {
+        const QStringList strings = TessivaneTemplateTokenizer::tokenizeParameter(group.toString());
         QMap<QString, QString> mapping;
-    };
-    thread_local LastMapping last;
-    if (group == last.group)
-        return last.mapping;
-    const QStringList strings = TessivaneTemplateTokenizer::tokenizeParameter(group.toString());
-    QMap<QString, QString> mapping;
-    for (int i = 0; i + 1 < strings.size(); i += 2)
-        mapping.insert(strings.at(i), strings.at(i + 1));
-    last = {group.toString(), mapping};
-    return mapping;
+        for (int i = 0; i + 1 < strings.size(); i += 2)
+            mapping.insert(strings.at(i), strings.at(i + 1));
+        last = {group.toString(), mapping};
+    }
+    return last.value;
+}
+
+const QString &defaultValueOf(QStringView group)
+{
+    thread_local LastParsed<QString> last;
+    if (group != last.group || last.group.isNull())
+        last = {group.toString(), TessivaneTemplateTokenizer::unescape(group.toString())};
+    return last.value;
 }
 
 enum class Form { None, Plain, Quoted, Ini, Json, Shell };
@@ -92,30 +103,28 @@ struct RegParameter
 {
     RegParameter(const GroupList &groups, const TessivaneTemplate *engine, QString &keyBuffer)
         : key(keyBuffer)
+        , mapping(groups.size() >= 2 ? &valueMapping(groups.at(1)) : nullptr)
+        , defaultValue(groups.size() >= 3 ? defaultValueOf(groups.at(2)) : QString())
         , hasDefault(groups.size() >= 3)
     {
         expandRegistryKey(groups.at(0), engine, keyBuffer);
-        if (groups.size() >= 2)
-            mapping = valueMapping(groups.at(1));
-        if (hasDefault)
-            defaultValue = TessivaneTemplateTokenizer::unescape(groups.at(2).toString());
     }
 
     // A found value goes through the mapping; one the mapping does not list
     // gives way to the default value, when there is one.
     void resolve(QString &found) const
     {
-        if (mapping.isEmpty())
+        if (!mapping || mapping->isEmpty())
             return;
-        const auto mapped = mapping.constFind(found);
-        if (mapped != mapping.constEnd())
+        const auto mapped = mapping->constFind(found);
+        if (mapped != mapping->constEnd())
             found = mapped.value();
         else if (hasDefault)
             found = defaultValue;
     }
 
     const QString &key;
-    QMap<QString, QString> mapping;
+    const QMap<QString, QString> *mapping;
     QString defaultValue;
     bool hasDefault;
 };

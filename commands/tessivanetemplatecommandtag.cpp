@@ -1,11 +1,14 @@
 #include "tessivanetemplatecommandtag.h"
 
+#include "outputsink_p.h"
 #include "parameter_p.h"
 #include "qtcompat_p.h"
 #include "tessivanetemplate.h"
 #include "tessivanetemplateparser.h"
 #include "tessivanetemplatetag.h"
 #include "syntaxscan_p.h"
+
+#include <QVarLengthArray>
 
 using namespace TessivaneTemplatePrivate;
 
@@ -24,8 +27,10 @@ int TessivaneTemplateCommandTag::executeCommand(TessivaneTemplateParser *parser,
     TessivaneTemplateTag *tag = getTagUsingParameter(parser, parameter, tagName);
     if (!tag)
         return CommandFailed;
-    return tag->processTag(tagName, parser->getOutStream(), false, nullptr) ? CommandDone
-                                                                            : CommandFailed;
+    QTextStream *out = parser->getOutStream();
+    const bool isDone = tag->processTag(tagName, out, false, nullptr);
+    OutputSink::passOn(out);
+    return isDone ? CommandDone : CommandFailed;
 }
 
 TessivaneTemplateTag *
@@ -52,7 +57,14 @@ TessivaneTemplateTag *TessivaneTemplatePrivate::findTagOfParameter(TessivaneTemp
     if (groups.size() > 1)
         parser->warning("too many parameters for TAG, continuing with first");
     tagName = groups.first().toString();
-    TessivaneTemplateTag *tag = parser->getTemplate()->getTag(toAscii(tagName).constData());
+    // The engine takes names as Latin-1, as toAscii() makes them, but on the stack.
+    QVarLengthArray<char, 64> latin1(tagName.size() + 1);
+    for (int i = 0; i < tagName.size(); ++i) {
+        const ushort c = tagName.at(i).unicode();
+        latin1[i] = c > 0xFF ? '?' : char(c);
+    }
+    latin1[tagName.size()] = '\0';
+    TessivaneTemplateTag *tag = parser->getTemplate()->getTag(latin1.constData());
     if (!tag)
         parser->warning("tag for '%s' not found.", formatArgument(tagName).constData());
     return tag;

@@ -7,7 +7,8 @@ TessivaneTemplateCommandVersion::~TessivaneTemplateCommandVersion() = default;
 
 bool TessivaneTemplateCommandVersion::isResponsibleFor(const QString &name)
 {
-    return name == QLatin1String("TEMPLATE_VERSION");
+    const QLatin1String version("TEMPLATE_VERSION");
+    return name.size() == version.size() && name == version;
 }
 
 int TessivaneTemplateCommandVersion::executeCommand(TessivaneTemplateParser *parser,

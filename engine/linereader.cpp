@@ -1,6 +1,7 @@
 #include "linereader_p.h"
 
 #include "qtcompat_p.h"
+#include "syntaxscan_p.h"
 
 #include <QFileDevice>
 #include <QIODevice>
@@ -18,7 +19,7 @@ namespace TessivaneTemplatePrivate {
 
 namespace {
 
-const int s_chunkSize = 1 << 16;
+const int s_chunkSize = 1 << 20;
 const int s_utf8Mib = 106;
 const int s_latin1Mib = 4;
 // QTextCodec::codecForUtfText() tells an encoding by its byte order mark,
@@ -91,20 +92,31 @@ bool isUtf8(const unsigned char *in, int size)
     return true;
 }
 
-// The length of the run of ASCII bytes that starts \a in.
-int asciiPrefix(const char *in, int size)
+// The first line feed in [\a from, \a end), or null. Sets \a hasHighBit when
+// a byte before it is above 0x7F: the one pass over a line that finds its end
+// tells whether it is ASCII, sixteen bytes at a time where the processor allows.
+const char *findFeed(const char *from, const char *end, bool &hasHighBit)
 {
-    int i = 0;
 #ifdef __SSE2__
-    for (; i + 16 <= size; i += 16) {
-        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + i));
-        if (_mm_movemask_epi8(chunk))
-            break;
+    const __m128i feed = _mm_set1_epi8('\n');
+    for (; end - from >= 16; from += 16) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(from));
+        const uint feeds = uint(_mm_movemask_epi8(_mm_cmpeq_epi8(chunk, feed)));
+        const uint high = uint(_mm_movemask_epi8(chunk));
+        if (feeds) {
+            const uint at = qCountTrailingZeroBits(feeds);
+            hasHighBit = hasHighBit || (high & ((1u << at) - 1)) != 0;
+            return from + at;
+        }
+        hasHighBit = hasHighBit || high != 0;
     }
 #endif
-    while (i < size && static_cast<unsigned char>(in[i]) < 0x80)
-        ++i;
-    return i;
+    for (; from < end; ++from) {
+        if (*from == '\n')
+            return from;
+        hasHighBit = hasHighBit || static_cast<unsigned char>(*from) > 0x7F;
+    }
+    return nullptr;
 }
 
 QString lineTooLong()
@@ -220,7 +232,8 @@ bool LineReader::readThroughStream(QString &line)
 
 bool LineReader::readBytes(QString &line, Bytes *bytes)
 {
-    const int end = findLineEnd();
+    bool hasHighBit = false;
+    const int end = findLineEnd(hasHighBit);
     if (!m_error.isEmpty())
         return false;
     const bool hasFeed = end >= 0;
@@ -229,7 +242,9 @@ bool LineReader::readBytes(QString &line, Bytes *bytes)
         return false;
     const char *data = m_buffer.constData() + m_position;
     m_position += size;
-    if (bytes && !m_isFirstLine && isOwnEncoding(data, size)) {
+    if (bytes && !m_isFirstLine
+        && (!hasHighBit
+            || (m_isUtf8 && isUtf8(reinterpret_cast<const unsigned char *>(data), size)))) {
         int kept = hasFeed ? size - 1 : size;
         const bool endsWithReturn = kept > 0 && data[kept - 1] == '\r';
         if (endsWithReturn)
@@ -241,12 +256,19 @@ bool LineReader::readBytes(QString &line, Bytes *bytes)
     return finishLine(line, hasFeed);
 }
 
-bool LineReader::isOwnEncoding(const char *data, int size) const
+QLatin1String LineReader::asciiLines() const
 {
-    const int ascii = asciiPrefix(data, size);
-    return ascii == size
-        || (m_isUtf8
-            && isUtf8(reinterpret_cast<const unsigned char *>(data) + ascii, size - ascii));
+    if (!m_device || m_isFirstLine || !m_cutsBytes || !m_error.isEmpty())
+        return QLatin1String();
+    const char *data = m_buffer.constData() + m_position;
+    const int plain = plainTextPrefix(data, m_buffer.size() - m_position);
+    const auto *lastFeed = static_cast<const char *>(memrchr(data, '\n', size_t(plain)));
+    return QLatin1String(data, lastFeed ? int(lastFeed + 1 - data) : 0);
+}
+
+void LineReader::skip(int size)
+{
+    m_position += size;
 }
 
 bool LineReader::readDecoded(QString &line)
@@ -278,15 +300,15 @@ bool LineReader::finishLine(QString &line, bool hasFeed)
 }
 
 // The position of the next line feed in the buffer, reading on as needed, or
-// -1 at the end of the input. Each byte is searched once, however long the line.
-int LineReader::findLineEnd()
+// -1 at the end of the input; \a hasHighBit tells whether a byte of the line
+// is not ASCII. Each byte is searched once, however long the line.
+int LineReader::findLineEnd(bool &hasHighBit)
 {
     int searched = 0;
     for (;;) {
         const int available = m_buffer.size() - m_position;
         const char *start = m_buffer.constData() + m_position;
-        const auto *found = static_cast<const char *>(
-            std::memchr(start + searched, '\n', size_t(available - searched)));
+        const char *found = findFeed(start + searched, start + available, hasHighBit);
         // However the bytes arrive, in one read or many, a line is measured whole.
         if ((found ? found + 1 - start : available) > MaxLineBytes) {
             fail(lineTooLong());

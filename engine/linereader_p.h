@@ -64,6 +64,14 @@ public:
     bool readLine(QString &line, Bytes &bytes);
     // Decodes a line that readLine() left in \a bytes.
     void decode(const Bytes &bytes, QString &line);
+    // The whole lines from here on that the buffer holds and that are plain
+    // ASCII text (see plainTextPrefix()) ending in a bare line feed, up to the
+    // first that is not: bytes that are their own UTF-8 in any input read as
+    // bytes, to be copied without being looked at line by line. Empty where
+    // readLine() must go on, and before the first line. skip() consumes what
+    // the caller took of them.
+    QLatin1String asciiLines() const;
+    void skip(int size);
     // Why the input could not be read to its end; empty after a clean end.
     QString errorString() const;
 
@@ -76,8 +84,7 @@ private:
     bool readThroughStream(QString &line);
     bool readBytes(QString &line, Bytes *bytes);
     bool readDecoded(QString &line);
-    bool isOwnEncoding(const char *data, int size) const;
-    int findLineEnd();
+    int findLineEnd(bool &hasHighBit);
     int findTextLineEnd();
     bool readMore();
     qint64 readChunk(char *data, qint64 size);

@@ -5,6 +5,7 @@
 #include <QFileDevice>
 
 #include <cstring>
+#include <typeinfo>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -15,13 +16,14 @@ namespace TessivaneTemplatePrivate {
 namespace {
 
 // The buffer is passed on when the next piece might not fit: a piece of
-// SliceSize characters takes at most three bytes each.
+// SliceSize characters (and the partner of a surrogate at its end) takes at
+// most three bytes each.
 const qsizetype SliceSize = 1 << 14;
 const qsizetype BufferSize = 1 << 17;
-// Bytes of at least this many go to the target without a copy.
-const qsizetype DirectSize = BufferSize / 2;
-
-thread_local OutputSink *t_innermost = nullptr;
+static_assert(3 * (SliceSize + 1) <= BufferSize, "a slice fits in an empty buffer");
+// Bytes of at least this many go to the target without a copy: most of a
+// template copied as it is comes in pieces of the reader's 64 KiB.
+const qsizetype DirectSize = 1 << 15;
 
 // Narrows ASCII characters into bytes, sixteen at a time where the processor
 // allows. Returns how many were ASCII, from the start.
@@ -51,27 +53,22 @@ qsizetype narrowAscii(const QChar *in, qsizetype size, char *out)
 OutputSink::OutputSink(QIODevice *target)
     : m_target(target)
     , m_stream(this)
-    , m_outer(t_innermost)
+    , m_buffer(BufferSize, Qt::Uninitialized)
 {
     open(QIODevice::WriteOnly | QIODevice::Unbuffered);
     setUtf16Encoding(m_stream);
-    // Reserved, so that emptying the buffer keeps its memory.
-    m_buffer.reserve(BufferSize);
-    t_innermost = this;
 }
 
-OutputSink::~OutputSink()
-{
-    t_innermost = m_outer;
-}
+OutputSink::~OutputSink() = default;
 
+// The class is final, so its type identifies it, at the cost of two loads.
 OutputSink *OutputSink::of(QTextStream *stream)
 {
-    for (OutputSink *sink = t_innermost; sink; sink = sink->m_outer) {
-        if (&sink->m_stream == stream)
-            return sink;
-    }
-    return nullptr;
+    QIODevice *device = stream->device();
+    if (!device || typeid(*device) != typeid(OutputSink))
+        return nullptr;
+    auto *sink = static_cast<OutputSink *>(device);
+    return &sink->m_stream == stream ? sink : nullptr;
 }
 
 void OutputSink::write(QTextStream *stream, QStringView text)
@@ -92,9 +89,14 @@ void OutputSink::write(QTextStream *stream, QStringView text)
         *stream << text.mid(at, qMin(SliceSize, text.size() - at));
 }
 
+void OutputSink::passOn(QTextStream *stream)
+{
+    if (OutputSink *sink = of(stream))
+        sink->m_stream.flush();
+}
+
 void OutputSink::write(QStringView text)
 {
-    m_stream.flush();
     encode(text);
 }
 
@@ -102,15 +104,12 @@ void OutputSink::writeUtf8(const char *data, qsizetype size)
 {
     if (size == 0)
         return;
-    m_stream.flush();
     // UTF-8 never starts with half a surrogate pair.
     closePending();
     if (m_hasFailed)
         return;
     if (size < DirectSize) {
-        if (m_buffer.size() + size > BufferSize)
-            drain();
-        m_buffer.append(data, int(size));
+        append(data, size);
         return;
     }
     if (drain())
@@ -142,16 +141,21 @@ void OutputSink::encode(QStringView text)
     if (text.isEmpty() || m_hasFailed)
         return;
     if (m_pendingSurrogate) {
-        if (text.front().isLowSurrogate()) {
-            const QChar pair[2] = {QChar(m_pendingSurrogate), text.front()};
-            m_buffer += QStringView(pair, 2).toUtf8();
+        const QChar pending(m_pendingSurrogate);
+        if (pending.isHighSurrogate() && text.front().isLowSurrogate()) {
+            const QChar pair[2] = {pending, text.front()};
+            const QByteArray bytes = QStringView(pair, 2).toUtf8();
+            append(bytes.constData(), bytes.size());
             text = text.mid(1);
             m_pendingSurrogate = 0;
         } else {
             closePending();
         }
     }
-    if (!text.isEmpty() && text.back().isHighSurrogate()) {
+    // A last surrogate that does not close a pair waits for the next piece.
+    const qsizetype size = text.size();
+    if (size > 0 && text.back().isSurrogate()
+        && !(size >= 2 && text.back().isLowSurrogate() && text.at(size - 2).isHighSurrogate())) {
         m_pendingSurrogate = text.back().unicode();
         text.chop(1);
     }
@@ -160,14 +164,13 @@ void OutputSink::encode(QStringView text)
         // A pair is encoded whole.
         if (slice < text.size() && text.at(slice - 1).isHighSurrogate())
             ++slice;
-        if (m_buffer.size() + 3 * slice > BufferSize && !drain())
+        if (m_used + 3 * slice > BufferSize && !drain())
             return;
-        const int used = m_buffer.size();
-        m_buffer.resize(used + int(slice));
-        const qsizetype ascii = narrowAscii(text.data(), slice, m_buffer.data() + used);
+        const qsizetype ascii = narrowAscii(text.data(), slice, m_buffer.data() + m_used);
+        m_used += ascii;
         if (ascii < slice) {
-            m_buffer.resize(used + int(ascii));
-            m_buffer += text.mid(ascii, slice - ascii).toUtf8();
+            const QByteArray bytes = text.mid(ascii, slice - ascii).toUtf8();
+            append(bytes.constData(), bytes.size());
         }
         text = text.mid(slice);
     }
@@ -179,16 +182,24 @@ void OutputSink::closePending()
     if (!m_pendingSurrogate)
         return;
     m_pendingSurrogate = 0;
-    m_buffer += '?';
+    append("?", 1);
+}
+
+void OutputSink::append(const char *data, qsizetype size)
+{
+    if (m_used + size > BufferSize && !drain())
+        return;
+    std::memcpy(m_buffer.data() + m_used, data, size_t(size));
+    m_used += size;
 }
 
 // Passes the buffer on: a failure to write or flush it is kept, as the first
 // one. Returns false once anything has failed.
 bool OutputSink::drain()
 {
-    if (!m_buffer.isEmpty() && !m_hasFailed)
-        pass(m_buffer.constData(), m_buffer.size());
-    m_buffer.resize(0);
+    if (m_used > 0 && !m_hasFailed)
+        pass(m_buffer.constData(), m_used);
+    m_used = 0;
     return !m_hasFailed;
 }
 

@@ -8,33 +8,38 @@
 
 namespace TessivaneTemplatePrivate {
 
-// The UTF-8 output of one process() call. Tag handlers and included parsers
-// write QStrings into stream(); the engine's own text, which is most of the
-// output, skips the stream and its second buffer: write() encodes a text
-// straight into the sink's buffer, and writeUtf8() copies bytes that are
-// UTF-8 already, such as a template line that holds no command.
+// The UTF-8 output of one process() call. Tag handlers write QStrings into
+// stream(); the engine's own text, which is most of the output, skips the
+// stream and its second buffer: write() encodes a text straight into the
+// sink's buffer, and writeUtf8() copies bytes that are UTF-8 already, such as
+// a template line that holds no command.
 //
-// All three ways end in one buffer, in the order they were taken: a direct
-// write first lets the stream pass on what it holds. The stream hands the
-// sink UTF-16, so that one encoder serves every way and encodes as Qt 5's
+// All three ways end in one buffer, in the order they were taken, as long as
+// the engine writes only directly and has the stream pass on what a tag
+// handler wrote into it (passOn()) before it writes again: a handler is the
+// only code that writes into the stream while a template renders. The
+// stream hands the sink UTF-16, so that one encoder serves every way and
+// encodes as Qt 5's
 // UTF-8 codec did: a surrogate without its partner becomes '?', one at the
 // end of a piece waits for the next, and one at the very end is dropped.
 //
 // The buffer goes to the target device when it is full and at finish(); the
 // first failure to write or flush it is kept, fails the stream's writes, and
 // drops everything after it.
-class OutputSink : public QIODevice
+class OutputSink final : public QIODevice
 {
 public:
     explicit OutputSink(QIODevice *target);
     ~OutputSink() override;
 
-    // The sink behind \a stream when it is one of the sinks of this thread,
-    // else null: a caller with another stream writes into the stream itself.
+    // The sink behind \a stream when it is a sink's own stream, else null: a
+    // caller with another stream writes into the stream itself.
     static OutputSink *of(QTextStream *stream);
 
     // Writes \a text into \a stream, through its sink when it has one.
     static void write(QTextStream *stream, QStringView text);
+    // Has the sink behind \a stream take what was written into the stream.
+    static void passOn(QTextStream *stream);
 
     QTextStream &stream() { return m_stream; }
     void write(QStringView text);
@@ -51,16 +56,17 @@ private:
 
     void encode(QStringView text);
     void closePending();
+    void append(const char *data, qsizetype size);
     void drainWhenFull();
     bool drain();
     void pass(const char *data, qsizetype size);
 
     QIODevice *m_target;
     QTextStream m_stream;
-    QByteArray m_buffer;
+    QByteArray m_buffer; // of a fixed size, filled up to m_used
+    qsizetype m_used = 0;
     char16_t m_pendingSurrogate = 0;
     bool m_hasFailed = false;
-    OutputSink *m_outer; // the sink of the run this one is nested in
 };
 
 } // namespace TessivaneTemplatePrivate

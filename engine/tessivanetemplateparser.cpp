@@ -17,9 +17,37 @@
 
 #include <cstdarg>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 using namespace TessivaneTemplatePrivate;
 
 namespace {
+
+// The number of line feeds in \a data, sixteen bytes at a time where the
+// processor allows: each byte lane counts up to 255 feeds before the lanes
+// are summed.
+int countLines(const char *data, int size)
+{
+    int count = 0;
+    int i = 0;
+#ifdef __SSE2__
+    const __m128i feed = _mm_set1_epi8('\n');
+    while (i + 16 <= size) {
+        __m128i lanes = _mm_setzero_si128();
+        for (int round = 0; round < 255 && i + 16 <= size; ++round, i += 16) {
+            const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i));
+            lanes = _mm_sub_epi8(lanes, _mm_cmpeq_epi8(chunk, feed));
+        }
+        const __m128i sums = _mm_sad_epu8(lanes, _mm_setzero_si128());
+        count += _mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4);
+    }
+#endif
+    for (; i < size; ++i)
+        count += data[i] == '\n';
+    return count;
+}
 
 void writeLine(OutputSink *sink, const LineReader::Bytes &bytes)
 {
@@ -124,11 +152,20 @@ int TessivaneTemplateParser::process()
     // it was read as, which is what decoding and encoding it would give.
     OutputSink *sink = OutputSink::of(m_out);
     LineReader::Bytes bytes;
-    while (sink ? reader.readLine(line, bytes) : reader.readLine(line)) {
-        ++m_lineNumber;
+    // Text tends to follow text: after a line without a command, the lines
+    // ahead are copied in runs while they are plain.
+    bool isAfterText = true;
+    for (;;) {
         const bool isCapturing = loop && loop->isCapturing();
+        if (isAfterText && sink && !isCapturing && copyPlainLines(reader, sink))
+            continue;
+        if (!(sink ? reader.readLine(line, bytes) : reader.readLine(line)))
+            break;
+        ++m_lineNumber;
+        isAfterText = false;
         if (bytes.data) {
             if (!isCapturing && indexOfMark(QLatin1String(bytes.data, bytes.size)) < 0) {
+                isAfterText = true;
                 if (m_activeCommands.isEmpty())
                     writeLine(sink, bytes);
                 continue;
@@ -190,7 +227,7 @@ bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &n
         // Version 2 writes an empty command, "%%%%", as a literal mark.
         if (loop && token == QLatin1String("%%%%")) {
             if (m_activeCommands.isEmpty())
-                *m_out << QLatin1String("%%");
+                OutputSink::write(m_out, u"%%");
             continue;
         }
         // Every command starts from an empty parameter: one without "(" has none.
@@ -208,7 +245,23 @@ bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &n
     }
     // A report written into a control line still ends with the line.
     if (isControl && inlineComments(this) != comments)
-        *m_out << QLatin1Char('\n');
+        OutputSink::write(m_out, u"\n");
+    return true;
+}
+
+// Copies the whole ASCII lines without a command that the reader holds from
+// here on, in one piece: most of a template is such text. Returns false when
+// the next line is not one of them.
+bool TessivaneTemplateParser::copyPlainLines(LineReader &reader, OutputSink *sink)
+{
+    const QLatin1String lines = reader.asciiLines();
+    const int size = int(lines.size());
+    if (size == 0)
+        return false;
+    m_lineNumber += countLines(lines.data(), size);
+    if (m_activeCommands.isEmpty())
+        sink->writeUtf8(lines.data(), size);
+    reader.skip(size);
     return true;
 }
 
@@ -340,10 +393,11 @@ void TessivaneTemplateParser::warningInOutstream(const char *format, ...)
     va_end(args);
 
     countInlineComment(this);
-    *m_out << QLatin1Char(' ') << prefix << QLatin1Char(' ') << text;
+    QString comment = QLatin1Char(' ') + prefix + QLatin1Char(' ') + text;
     const QString suffix = m_engine->commentSuffix();
     if (!suffix.isEmpty())
-        *m_out << QLatin1Char(' ') << suffix;
+        comment += QLatin1Char(' ') + suffix;
+    OutputSink::write(m_out, comment);
 }
 
 // The report travels as the argument of "%s", never as a format, so that a

@@ -87,6 +87,8 @@ private:
 
     bool processCommandLine(const QString &line, QString &name, QString &parameter,
                             TessivaneTemplateCommandForeach *loop);
+    bool copyPlainLines(TessivaneTemplatePrivate::LineReader &reader,
+                        TessivaneTemplatePrivate::OutputSink *sink);
     bool processLineBytes(QLatin1String line, TessivaneTemplatePrivate::LineReader &reader,
                           TessivaneTemplatePrivate::OutputSink *sink, QString &command,
                           QString &name, QString &parameter);

@@ -23,6 +23,10 @@ int indexOfMark(QStringView line, int from = 0);
 // The same in the bytes of a line in an encoding where '%' is one byte.
 int indexOfMark(QLatin1String line, int from = 0);
 
+// The length of the run of bytes from \a data that holds no "%%", no byte
+// above 0x7F and no carriage return: text that goes out as it came in.
+int plainTextPrefix(const char *data, int size);
+
 // Walks the tokens of a line from left to right: text tokens, and command
 // tokens that begin with "%%". Marks pair from left to right; an unmatched
 // last mark opens a command that runs to the end of the line. A line without
