@@ -4,6 +4,9 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryFile>
+#include <QTextStream>
+
+#include "tessivanetemplateparser.h"
 
 static MessageRecorder *s_recorder = nullptr;
 
@@ -48,6 +51,34 @@ Rendered render(TessivaneTemplate &engine, const QByteArray &templateText, const
     }
     out.seek(0);
     rendered.output = out.readAll();
+    return rendered;
+}
+
+Rendered renderDecoded(TessivaneTemplate &engine, const QByteArray &templateText,
+                       const QString &name)
+{
+    QBuffer input;
+    input.setData(templateText);
+    input.open(QIODevice::ReadOnly);
+    QBuffer output;
+    output.open(QIODevice::WriteOnly);
+    QTextStream in(&input);
+    QTextStream out(&output);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    out.setEncoding(QStringConverter::Utf8);
+#else
+    out.setCodec("UTF-8");
+#endif
+    Rendered rendered;
+    {
+        MessageRecorder recorder;
+        TessivaneTemplateParser parser(&engine, &in, &out, name);
+        rendered.result = parser.process();
+        rendered.warnings = recorder.warnings;
+        rendered.debugs = recorder.debugs;
+    }
+    out.flush();
+    rendered.output = output.data();
     return rendered;
 }
 

@@ -69,6 +69,10 @@ struct Rendered
 /// Runs \a templateText through \a engine as the template named \a name.
 Rendered render(TessivaneTemplate &engine, const QByteArray &templateText,
                 const QString &name = QStringLiteral("in.tmpl"));
+/// The same through a parser over text streams of the caller's own, which
+/// decodes every line and leaves the encoding to QTextStream.
+Rendered renderDecoded(TessivaneTemplate &engine, const QByteArray &templateText,
+                       const QString &name = QStringLiteral("in.tmpl"));
 
 /**
  * A bash script and what it must print, run by expectTranscript() in a

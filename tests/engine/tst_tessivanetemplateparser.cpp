@@ -83,4 +83,88 @@ const ParserRow s_rows[] = {
 
 INSTANTIATE_TEST_SUITE_P(Rows, TessivaneTemplateParser, ::testing::ValuesIn(s_rows), testRowName);
 
+// Templates of several reads (the reader takes 1 MiB at a time), rendered
+// through the engine, which copies what needs no decoding as bytes, and
+// through a parser over plain text streams, which decodes every line: both
+// must give the same bytes, codes and reports, line numbers included.
+struct LargeRow
+{
+    const char *name;
+    QByteArray (*make)();
+    int version;
+    const char *firstWarning;
+};
+TT_PRINT_ROWS_AS_NAMES(LargeRow)
+
+const int s_read = 1 << 20;
+
+// Plain lines, and every so often one with a command, a non-ASCII character,
+// a byte that is not UTF-8 or a CRLF end, so that runs of plain lines start
+// and stop everywhere, across reads too.
+QByteArray mixedLines()
+{
+    QByteArray text;
+    for (int n = 1; text.size() < 3 * s_read; ++n) {
+        text += "line " + QByteArray::number(n) + " of plain text, to fill the reads";
+        const std::pair<int, const char *> extras[] = {{7001, " %%NOPE%%"},
+                                                       {5003, " caf\xC3\xA9"},
+                                                       {4001, " \xFF"},
+                                                       {2003, " %%REG(/k)%%"},
+                                                       {3001, "\r"}};
+        for (const auto &[every, extra] : extras) {
+            if (n % every == 0)
+                text += extra;
+        }
+        text += '\n';
+    }
+    return text;
+}
+
+// The first read ends between the two '%' of a mark, in a line of a MiB.
+QByteArray markAtReadEnd()
+{
+    return "a\n" + QByteArray(s_read - 3, 'y') + "%%NOPE%%\nb\n";
+}
+
+// The first read ends inside a UTF-8 sequence, and then between '\r' and '\n'.
+QByteArray sequenceAtReadEnd()
+{
+    return "a\n" + QByteArray(s_read - 3, 'y') + "\xC3\xA9\n" + QByteArray(s_read - 5, 'z')
+        + "\r\n%%NOPE%%\n";
+}
+
+using LargeTemplates = EngineTest<LargeRow>;
+
+TEST_P(LargeTemplates, RenderAsDecoded)
+{
+    const LargeRow &row = GetParam();
+    engine.setLanguageVersion(row.version);
+    engine.setCommentPrefix("#");
+    backend.set("/k", QStringLiteral("value \u00e9"));
+    const QByteArray text = row.make();
+    const Rendered bytes = render(engine, text);
+    const Rendered decoded = renderDecoded(engine, text);
+    EXPECT_EQ(bytes.result, decoded.result);
+    EXPECT_EQ(bytes.warnings, decoded.warnings);
+    ASSERT_FALSE(bytes.warnings.isEmpty());
+    EXPECT_EQ(bytes.warnings.first(), row.firstWarning);
+    // Outputs of megabytes are not printed, only where they part.
+    qsizetype at = 0;
+    while (at < qMin(bytes.output.size(), decoded.output.size())
+           && bytes.output.at(at) == decoded.output.at(at))
+        ++at;
+    EXPECT_TRUE(bytes.output == decoded.output) << "the outputs part at byte " << at;
+}
+
+const char s_nopeAt7001[] = "WARNING in.tmpl/7001: No command handler for 'NOPE' found";
+const LargeRow s_largeRows[] = {
+    {"MixedLines", mixedLines, 1, s_nopeAt7001},
+    {"MixedLinesLanguageTwo", mixedLines, 2, s_nopeAt7001},
+    {"MarkAtReadEnd", markAtReadEnd, 1, "WARNING in.tmpl/2: No command handler for 'NOPE' found"},
+    {"SequenceAtReadEnd", sequenceAtReadEnd, 1,
+     "WARNING in.tmpl/4: No command handler for 'NOPE' found"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Rows, LargeTemplates, ::testing::ValuesIn(s_largeRows), testRowName);
+
 } // namespace
