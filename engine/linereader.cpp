@@ -356,7 +356,7 @@ bool LineReader::readMore()
         m_buffer.squeeze();
     const int kept = m_buffer.size();
     m_buffer.resize(kept + s_chunkSize);
-    const qint64 got = readChunk(m_buffer.data() + kept, s_chunkSize);
+    const qint64 got = readChunk(m_buffer.data() + kept, m_buffer.size() - kept);
     m_buffer.resize(kept + int(qMax<qint64>(got, 0)));
     return got > 0;
 }
