@@ -249,7 +249,7 @@ bool LineReader::readBytes(QString &line, Bytes *bytes)
         const bool endsWithReturn = kept > 0 && data[kept - 1] == '\r';
         if (endsWithReturn)
             --kept;
-        *bytes = Bytes {data, kept, hasFeed && !endsWithReturn};
+        *bytes = Bytes {data, kept, hasFeed && !endsWithReturn, !hasHighBit};
         return true;
     }
     decode(data, size, line);

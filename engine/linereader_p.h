@@ -49,6 +49,7 @@ public:
         const char *data = nullptr;
         int size = 0;
         bool hasFeed = false;
+        bool isAscii = false;
     };
 
     // Reads the next line into \a line. Returns false at the end of the input,

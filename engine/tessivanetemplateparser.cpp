@@ -173,8 +173,8 @@ int TessivaneTemplateParser::process()
             // Version 1 takes a line of commands apart in its bytes: only the
             // commands are decoded. The line feed is part of the line.
             if (!loop && bytes.hasFeed) {
-                if (!processLineBytes(QLatin1String(bytes.data, bytes.size + 1), reader, sink, line,
-                                      name, parameter))
+                if (!processLineBytes(QLatin1String(bytes.data, bytes.size + 1), bytes.isAscii,
+                                      reader, sink, line, name, parameter))
                     return 1;
                 continue;
             }
@@ -267,7 +267,7 @@ bool TessivaneTemplateParser::copyPlainLines(LineReader &reader, OutputSink *sin
 
 // As processCommandLine() in version 1, for a line in bytes that are their own
 // UTF-8: text goes out as it is, and each command is decoded into \a command.
-bool TessivaneTemplateParser::processLineBytes(QLatin1String line, LineReader &reader,
+bool TessivaneTemplateParser::processLineBytes(QLatin1String line, bool isAscii, LineReader &reader,
                                                OutputSink *sink, QString &command, QString &name,
                                                QString &parameter)
 {
@@ -280,9 +280,13 @@ bool TessivaneTemplateParser::processLineBytes(QLatin1String line, LineReader &r
                 sink->writeUtf8(token.data(), token.size());
             continue;
         }
-        reader.decode(LineReader::Bytes {token.data(), int(token.size())}, command);
         parameter.resize(0);
-        splitCommandToken(command, name, parameter);
+        if (isAscii) {
+            splitCommandToken(token, name, parameter);
+        } else {
+            reader.decode(LineReader::Bytes {token.data(), int(token.size())}, command);
+            splitCommandToken(command, name, parameter);
+        }
         if (!processCommand(name, parameter))
             return false;
     }

@@ -89,7 +89,8 @@ private:
                             TessivaneTemplateCommandForeach *loop);
     bool copyPlainLines(TessivaneTemplatePrivate::LineReader &reader,
                         TessivaneTemplatePrivate::OutputSink *sink);
-    bool processLineBytes(QLatin1String line, TessivaneTemplatePrivate::LineReader &reader,
+    bool processLineBytes(QLatin1String line, bool isAscii,
+                          TessivaneTemplatePrivate::LineReader &reader,
                           TessivaneTemplatePrivate::OutputSink *sink, QString &command,
                           QString &name, QString &parameter);
     bool processCommand(QString &name, QString &parameter);

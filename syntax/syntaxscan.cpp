@@ -180,20 +180,71 @@ void assign(QString &target, QStringView source)
     std::copy(source.begin(), source.end(), target.data());
 }
 
-void splitCommandToken(QStringView token, QString &name, QString &parameter)
+void assign(QString &target, QLatin1String source)
+{
+    target.resize(int(source.size()));
+    QChar *out = target.data();
+    for (const char c : source)
+        *out++ = QLatin1Char(c);
+}
+
+QStringView trimmed(QStringView text)
+{
+    return text.trimmed();
+}
+
+int indexOfOpen(QStringView text)
+{
+    return indexOfChar(reinterpret_cast<const ushort *>(text.utf16()), int(text.size()), 0, '(');
+}
+
+// In ASCII, the blanks QChar::isSpace() knows are these.
+bool isAsciiSpace(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+QLatin1String trimmed(QLatin1String text)
+{
+    const char *begin = text.data();
+    const char *end = begin + text.size();
+    while (begin < end && isAsciiSpace(*begin))
+        ++begin;
+    while (end > begin && isAsciiSpace(end[-1]))
+        --end;
+    return QLatin1String(begin, end);
+}
+
+int indexOfOpen(QLatin1String text)
+{
+    const auto *open =
+        static_cast<const char *>(std::memchr(text.data(), '(', size_t(text.size())));
+    return open ? int(open - text.data()) : -1;
+}
+
+template<typename Text> void splitCommand(Text token, QString &name, QString &parameter)
 {
     // A token shorter than four characters loses what it has after its first two.
     const int length = int(token.size());
     const int size = qMax(length >= 4 ? length - 4 : length - 2, 0);
-    const QStringView content = token.mid(qMin(2, length), size).trimmed();
-    const int open =
-        indexOfChar(reinterpret_cast<const ushort *>(content.utf16()), int(content.size()), 0, '(');
+    const Text content = trimmed(token.mid(qMin(2, length), size));
+    const int open = indexOfOpen(content);
     if (open < 0) {
         assign(name, content);
         return;
     }
     assign(name, content.left(open));
     assign(parameter, content.mid(open));
+}
+
+void splitCommandToken(QStringView token, QString &name, QString &parameter)
+{
+    splitCommand(token, name, parameter);
+}
+
+void splitCommandToken(QLatin1String asciiToken, QString &name, QString &parameter)
+{
+    splitCommand(asciiToken, name, parameter);
 }
 
 // Nothing inside a group is removed (an escape keeps both characters), so a

@@ -59,6 +59,8 @@ using ByteTokenWalker = BasicTokenWalker<QLatin1String>;
 // parameter from there on, after dropping two characters at each end and
 // trimming; without "(" the parameter is not assigned.
 void splitCommandToken(QStringView token, QString &name, QString &parameter);
+// The same for a token in bytes that are all ASCII, each its own character.
+void splitCommandToken(QLatin1String asciiToken, QString &name, QString &parameter);
 
 using GroupList = QVarLengthArray<QStringView, 4>;
 

@@ -214,7 +214,7 @@ printf '[registry]\nfiles = ["reg.conf"]\n[watch]\nwait = "50ms"\n' > r.toml
 printf '[[template]]\nname = "r"\nsource = "plain.tmpl"\ndestination = "out/r"\n' >> r.toml
 printf 'reload = "test -e ready && touch reloaded"\n' >> r.toml
 $S --watch r.toml 2> log & sync=$!
-until grep -q 'reload' log; do sleep 0.02; done
+until grep -qs 'reload' log; do sleep 0.02; done
 touch ready; echo '/other = 1' >> reg.conf
 until [ -e reloaded ]; do sleep 0.02; done; kill $sync; wait $sync; echo $?
 grep -o "r: .*" log)sh",
