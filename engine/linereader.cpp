@@ -99,17 +99,26 @@ const char *findFeed(const char *from, const char *end, bool &hasHighBit)
 {
 #ifdef __SSE2__
     const __m128i feed = _mm_set1_epi8('\n');
-    for (; end - from >= 16; from += 16) {
-        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(from));
+    const auto find = [&](const char *at) -> const char * {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(at));
         const uint feeds = uint(_mm_movemask_epi8(_mm_cmpeq_epi8(chunk, feed)));
         const uint high = uint(_mm_movemask_epi8(chunk));
         if (feeds) {
-            const uint at = qCountTrailingZeroBits(feeds);
-            hasHighBit = hasHighBit || (high & ((1u << at) - 1)) != 0;
-            return from + at;
+            const uint found = qCountTrailingZeroBits(feeds);
+            hasHighBit = hasHighBit || (high & ((1u << found) - 1)) != 0;
+            return at + found;
         }
         hasHighBit = hasHighBit || high != 0;
+        return nullptr;
+    };
+    const char *begin = from;
+    for (; end - from >= 16; from += 16) {
+        if (const char *found = find(from))
+            return found;
     }
+    // The last sixteen in one step: those already searched hold no feed.
+    if (from < end && end - begin >= 16)
+        return find(end - 16);
 #endif
     for (; from < end; ++from) {
         if (*from == '\n')

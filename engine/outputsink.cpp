@@ -33,15 +33,23 @@ qsizetype narrowAscii(const QChar *in, qsizetype size, char *out)
     qsizetype i = 0;
 #ifdef __SSE2__
     const __m128i high = _mm_set1_epi16(short(0xFF80));
-    for (; i + 16 <= size; i += 16) {
-        const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + i));
-        const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + i + 8));
+    const auto narrow = [&](qsizetype at) {
+        const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + at));
+        const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + at + 8));
         const __m128i either = _mm_or_si128(first, second);
         if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(either, high), _mm_setzero_si128()))
             != 0xFFFF)
+            return false;
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + at), _mm_packus_epi16(first, second));
+        return true;
+    };
+    for (; i + 16 <= size; i += 16) {
+        if (!narrow(i))
             break;
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + i), _mm_packus_epi16(first, second));
     }
+    // The last sixteen in one step, writing again what the loop wrote.
+    if (i + 16 > size && i < size && size >= 16 && narrow(size - 16))
+        return size;
 #endif
     for (; i < size && from[i] < 0x80; ++i)
         out[i] = char(from[i]);

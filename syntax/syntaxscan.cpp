@@ -17,18 +17,26 @@ namespace {
 const QLatin1String s_mark("%%");
 
 // The position of \a c in \a data at or after \a from, eight characters at a
-// time where the processor allows; -1 when it is not there.
+// time where the processor allows; -1 when it is not there. The last eight
+// are looked at in one step too, overlapping what was searched before, where
+// nothing was found.
 int indexOfChar(const ushort *data, int size, int from, ushort c)
 {
     int i = from;
 #ifdef __SSE2__
     const __m128i needle = _mm_set1_epi16(short(c));
-    for (; i + 8 <= size; i += 8) {
-        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i));
+    const auto find = [&](int at) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + at));
         const uint mask = uint(_mm_movemask_epi8(_mm_cmpeq_epi16(chunk, needle)));
-        if (mask)
-            return i + int(qCountTrailingZeroBits(mask) / 2);
+        return mask ? at + int(qCountTrailingZeroBits(mask) / 2) : -1;
+    };
+    for (; i + 8 <= size; i += 8) {
+        const int found = find(i);
+        if (found >= 0)
+            return found;
     }
+    if (i < size && size - 8 >= from)
+        return find(size - 8);
 #endif
     for (; i < size; ++i) {
         if (data[i] == c)
@@ -52,14 +60,23 @@ int indexOfSyntaxChar(const ushort *data, int size, int from)
     const __m128i close = _mm_set1_epi16(')');
     const __m128i quote = _mm_set1_epi16('"');
     const __m128i backslash = _mm_set1_epi16('\\');
-    for (; i + 8 <= size; i += 8) {
-        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i));
+    const auto find = [&](int at) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + at));
         const __m128i hits = _mm_or_si128(
             _mm_or_si128(_mm_cmpeq_epi16(chunk, open), _mm_cmpeq_epi16(chunk, close)),
             _mm_or_si128(_mm_cmpeq_epi16(chunk, quote), _mm_cmpeq_epi16(chunk, backslash)));
         const uint mask = uint(_mm_movemask_epi8(hits));
-        if (mask)
-            return i + int(qCountTrailingZeroBits(mask) / 2);
+        return mask ? at + int(qCountTrailingZeroBits(mask) / 2) : -1;
+    };
+    for (; i + 8 <= size; i += 8) {
+        const int found = find(i);
+        if (found >= 0)
+            return found;
+    }
+    // The last eight in one step, as in indexOfChar().
+    if (i < size && size - 8 >= from) {
+        const int found = find(size - 8);
+        return found >= 0 ? found : size;
     }
 #endif
     while (i < size && !isSyntaxChar(data[i]))
@@ -97,16 +114,23 @@ int indexOfMark(QLatin1String line, int from)
     const int size = int(line.size());
     int i = from;
 #ifdef __SSE2__
-    // A byte and the one after it, sixteen places at a time.
+    // A byte and the one after it, sixteen places at a time, the last sixteen
+    // as in indexOfChar().
     const __m128i percent = _mm_set1_epi8('%');
-    for (; i + 17 <= size; i += 16) {
-        const __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i));
-        const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i + 1));
+    const auto find = [&](int at) {
+        const __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + at));
+        const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + at + 1));
         const uint mask = uint(_mm_movemask_epi8(
             _mm_and_si128(_mm_cmpeq_epi8(here, percent), _mm_cmpeq_epi8(next, percent))));
-        if (mask)
-            return i + int(qCountTrailingZeroBits(mask));
+        return mask ? at + int(qCountTrailingZeroBits(mask)) : -1;
+    };
+    for (; i + 17 <= size; i += 16) {
+        const int found = find(i);
+        if (found >= 0)
+            return found;
     }
+    if (i + 1 < size && size - 17 >= from)
+        return find(size - 17);
 #endif
     for (; i + 1 < size; ++i) {
         if (data[i] == '%' && data[i + 1] == '%')
@@ -176,13 +200,15 @@ template class BasicTokenWalker<QLatin1String>;
 // command, which so costs no allocation.
 void assign(QString &target, QStringView source)
 {
-    target.resize(int(source.size()));
+    if (target.size() != source.size())
+        target.resize(int(source.size()));
     std::copy(source.begin(), source.end(), target.data());
 }
 
 void assign(QString &target, QLatin1String source)
 {
-    target.resize(int(source.size()));
+    if (target.size() != source.size())
+        target.resize(int(source.size()));
     QChar *out = target.data();
     for (const char c : source)
         *out++ = QLatin1Char(c);
