@@ -169,8 +169,11 @@ int TessivaneTemplateCommandReg::executeCommand(TessivaneTemplateParser *parser,
         OutputSink::write(out, u"\"");
         return finish(parser, message);
     case Form::Ini:
-        value.replace(QLatin1Char('='), QLatin1String("%3D"))
-            .replace(QLatin1Char(']'), QLatin1String("%5D"));
+        // Most values hold neither character: they are looked for first.
+        if (indexOfText(value, QLatin1String("=")) >= 0)
+            value.replace(QLatin1Char('='), QLatin1String("%3D"));
+        if (indexOfText(value, QLatin1String("]")) >= 0)
+            value.replace(QLatin1Char(']'), QLatin1String("%5D"));
         break;
     case Form::Json:
         value = jsonString(value);

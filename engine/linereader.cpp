@@ -26,31 +26,6 @@ const int s_latin1Mib = 4;
 // which is at most four bytes long.
 const int s_longestByteOrderMark = 4;
 
-// Widens ASCII bytes into UTF-16 characters, sixteen at a time where the
-// processor allows: this runs over every byte of a template. Returns false at
-// the first byte above 0x7F, with \a out partly written.
-bool widenAscii(const char *in, int size, ushort *out)
-{
-    int i = 0;
-#ifdef __SSE2__
-    const __m128i zero = _mm_setzero_si128();
-    for (; i + 16 <= size; i += 16) {
-        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + i));
-        if (_mm_movemask_epi8(chunk))
-            return false;
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + i), _mm_unpacklo_epi8(chunk, zero));
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + i + 8), _mm_unpackhi_epi8(chunk, zero));
-    }
-#endif
-    for (; i < size; ++i) {
-        const unsigned char c = static_cast<unsigned char>(in[i]);
-        if (c > 0x7F)
-            return false;
-        out[i] = c;
-    }
-    return true;
-}
-
 // Whether \a in is well-formed UTF-8, which decodes and encodes back to the
 // same bytes: no overlong form, no surrogate, nothing above U+10FFFF.
 bool isUtf8(const unsigned char *in, int size)

@@ -86,6 +86,36 @@ int indexOfSyntaxChar(const ushort *data, int size, int from)
 
 } // namespace
 
+bool widenAscii(const char *in, int size, ushort *out)
+{
+    int i = 0;
+#ifdef __SSE2__
+    const __m128i zero = _mm_setzero_si128();
+    const auto widen = [&](int at) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + at));
+        if (_mm_movemask_epi8(chunk))
+            return false;
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + at), _mm_unpacklo_epi8(chunk, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + at + 8), _mm_unpackhi_epi8(chunk, zero));
+        return true;
+    };
+    for (; i + 16 <= size; i += 16) {
+        if (!widen(i))
+            return false;
+    }
+    // The last sixteen in one step, writing again what the loop wrote.
+    if (i < size && size >= 16)
+        return widen(size - 16);
+#endif
+    for (; i < size; ++i) {
+        const unsigned char c = static_cast<unsigned char>(in[i]);
+        if (c > 0x7F)
+            return false;
+        out[i] = c;
+    }
+    return true;
+}
+
 int indexOfText(QStringView text, QLatin1String needle, int from)
 {
     const ushort first = needle.at(0).unicode();
@@ -209,9 +239,10 @@ void assign(QString &target, QLatin1String source)
 {
     if (target.size() != source.size())
         target.resize(int(source.size()));
-    QChar *out = target.data();
-    for (const char c : source)
-        *out++ = QLatin1Char(c);
+    const bool isAscii =
+        widenAscii(source.data(), int(source.size()), reinterpret_cast<ushort *>(target.data()));
+    Q_ASSERT(isAscii);
+    Q_UNUSED(isAscii);
 }
 
 QStringView trimmed(QStringView text)

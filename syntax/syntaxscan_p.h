@@ -18,6 +18,11 @@ namespace TessivaneTemplatePrivate {
 // the short texts of a template.
 int indexOfText(QStringView text, QLatin1String needle, int from = 0);
 
+// Widens ASCII bytes into UTF-16 characters, sixteen at a time where the
+// processor allows: this runs over the bytes of every line that is decoded.
+// Returns false at a byte above 0x7F, with \a out partly written.
+bool widenAscii(const char *in, int size, ushort *out);
+
 // The position of the first "%%" in \a line at or after \a from, or -1.
 int indexOfMark(QStringView line, int from = 0);
 // The same in the bytes of a line in an encoding where '%' is one byte.
