@@ -1,8 +1,7 @@
 #include "tessivanetemplatecommandforeach.h"
 
-#include "outputsink_p.h"
-
 #include "enginestate_p.h"
+#include "outputsink_p.h"
 #include "parameter_p.h"
 #include "qtcompat_p.h"
 #include "registrykey_p.h"

@@ -129,19 +129,18 @@ TessivaneTemplateCommandIf::~TessivaneTemplateCommandIf()
 
 bool TessivaneTemplateCommandIf::isResponsibleFor(const QString &name)
 {
-    // Every command name is offered here: the lengths answer most of them.
-    const int size = name.size();
-    if (size >= 2 && name.at(0) == QLatin1Char('I') && name.at(1) == QLatin1Char('F'))
+    // Every command name is offered here.
+    if (name.size() >= 2 && name.at(0) == QLatin1Char('I') && name.at(1) == QLatin1Char('F'))
         return true;
-    return (size == s_endIf.size() && name == s_endIf) || (size == s_else.size() && name == s_else);
+    return isName(name, s_endIf) || isName(name, s_else);
 }
 
 int TessivaneTemplateCommandIf::executeCommand(TessivaneTemplateParser *parser, const QString &name,
                                                const QString &parameter)
 {
-    if (name == s_endIf)
+    if (isName(name, s_endIf))
         return executeEndIf();
-    if (name == s_else)
+    if (isName(name, s_else))
         return executeElse(parser);
     return executeIf(parser, name, parameter);
 }
@@ -180,9 +179,9 @@ int TessivaneTemplateCommandIf::executeIf(TessivaneTemplateParser *parser, const
     const Condition condition = parseCondition(parameter);
     QString value;
     bool isFound = false;
-    if (source == QLatin1String("REG")) {
+    if (isName(source, QLatin1String("REG"))) {
         isFound = readRegValue(parser, condition.lookup, value);
-    } else if (source == QLatin1String("TAG")) {
+    } else if (isName(source, QLatin1String("TAG"))) {
         isFound = readTagValue(parser, condition.lookup, value);
     } else {
         parser->warning("parse error on if, unknown token '%s'",

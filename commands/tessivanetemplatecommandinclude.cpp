@@ -1,9 +1,9 @@
 #include "tessivanetemplatecommandinclude.h"
 
 #include "outputsink_p.h"
-
 #include "parameter_p.h"
 #include "qtcompat_p.h"
+#include "syntaxscan_p.h"
 #include "tessivanetemplate.h"
 #include "tessivanetemplateparser.h"
 
@@ -75,7 +75,8 @@ bool TessivaneTemplateCommandInclude::isResponsibleFor(const QString &name)
     // Every command name is offered here: the first letter answers most of them.
     if (!name.startsWith(QLatin1Char('I')))
         return false;
-    return name == s_includeFile || name == s_includeDir || name == s_includeExecutable;
+    return isName(name, s_includeFile) || isName(name, s_includeDir)
+        || isName(name, s_includeExecutable);
 }
 
 int TessivaneTemplateCommandInclude::executeCommand(TessivaneTemplateParser *parser,

@@ -64,13 +64,15 @@ Form formOf(const QString &name)
 {
     switch (name.size()) {
     case 3:
-        return name == s_reg ? Form::Plain : Form::None;
+        return isName(name, s_reg) ? Form::Plain : Form::None;
     case 7:
-        return name == s_regIni ? Form::Ini : Form::None;
+        return isName(name, s_regIni) ? Form::Ini : Form::None;
     case 8:
-        return name == s_regJson ? Form::Json : Form::None;
+        return isName(name, s_regJson) ? Form::Json : Form::None;
     case 9:
-        return name == s_regQuote ? Form::Quoted : name == s_regShell ? Form::Shell : Form::None;
+        return isName(name, s_regQuote) ? Form::Quoted
+            : isName(name, s_regShell)  ? Form::Shell
+                                        : Form::None;
     default:
         return Form::None;
     }

@@ -16,7 +16,7 @@ TessivaneTemplateCommandTag::~TessivaneTemplateCommandTag() = default;
 
 bool TessivaneTemplateCommandTag::isResponsibleFor(const QString &name)
 {
-    return name == QLatin1String("TAG");
+    return isName(name, QLatin1String("TAG"));
 }
 
 int TessivaneTemplateCommandTag::executeCommand(TessivaneTemplateParser *parser,

@@ -1,14 +1,14 @@
 #include "tessivanetemplatecommandversion.h"
 
 #include "parameter_p.h"
+#include "syntaxscan_p.h"
 #include "tessivanetemplateparser.h"
 
 TessivaneTemplateCommandVersion::~TessivaneTemplateCommandVersion() = default;
 
 bool TessivaneTemplateCommandVersion::isResponsibleFor(const QString &name)
 {
-    const QLatin1String version("TEMPLATE_VERSION");
-    return name.size() == version.size() && name == version;
+    return TessivaneTemplatePrivate::isName(name, QLatin1String("TEMPLATE_VERSION"));
 }
 
 int TessivaneTemplateCommandVersion::executeCommand(TessivaneTemplateParser *parser,

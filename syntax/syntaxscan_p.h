@@ -18,6 +18,19 @@ namespace TessivaneTemplatePrivate {
 // the short texts of a template.
 int indexOfText(QStringView text, QLatin1String needle, int from = 0);
 
+// Whether \a text is \a name. Command names are short and compared for every
+// command; this costs less than the call that QString's comparison is.
+inline bool isName(QStringView text, QLatin1String name)
+{
+    if (text.size() != name.size())
+        return false;
+    for (int i = 0; i < name.size(); ++i) {
+        if (text.at(i) != QLatin1Char(name.at(i)))
+            return false;
+    }
+    return true;
+}
+
 // Widens ASCII bytes into UTF-16 characters, sixteen at a time where the
 // processor allows: this runs over the bytes of every line that is decoded.
 // Returns false at a byte above 0x7F, with \a out partly written.
