@@ -37,7 +37,9 @@ void expandRegRoot(QStringView key, const QVarLengthArray<int, 4> &found,
                    const TessivaneTemplate *engine, QString &expanded)
 {
     const QString root = found.isEmpty() ? QString() : engine->regRoot();
-    expanded.resize(int(key.size() + found.size() * (root.size() - s_regRoot.size())));
+    const int size = int(key.size() + found.size() * (root.size() - s_regRoot.size()));
+    if (expanded.size() != size)
+        expanded.resize(size);
     QChar *out = expanded.data();
     int from = 0;
     for (const int at : found) {
