@@ -43,12 +43,22 @@ qsizetype narrowAscii(const QChar *in, qsizetype size, char *out)
         _mm_storeu_si128(reinterpret_cast<__m128i *>(out + at), _mm_packus_epi16(first, second));
         return true;
     };
+    const auto narrowEight = [&](qsizetype at) {
+        const __m128i chars = _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + at));
+        if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(chars, high), _mm_setzero_si128()))
+            != 0xFFFF)
+            return false;
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(out + at), _mm_packus_epi16(chars, chars));
+        return true;
+    };
     for (; i + 16 <= size; i += 16) {
         if (!narrow(i))
             break;
     }
-    // The last sixteen in one step, writing again what the loop wrote.
-    if (i + 16 > size && i < size && size >= 16 && narrow(size - 16))
+    // A last piece shorter than sixteen in one or two overlapping steps,
+    // writing again what was written before.
+    if (i + 16 > size && i < size
+        && (size >= 16 ? narrow(size - 16) : size >= 8 && narrowEight(0) && narrowEight(size - 8)))
         return size;
 #endif
     for (; i < size && from[i] < 0x80; ++i)

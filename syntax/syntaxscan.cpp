@@ -99,13 +99,23 @@ bool widenAscii(const char *in, int size, ushort *out)
         _mm_storeu_si128(reinterpret_cast<__m128i *>(out + at + 8), _mm_unpackhi_epi8(chunk, zero));
         return true;
     };
+    const auto widenEight = [&](int at) {
+        const __m128i chunk = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(in + at));
+        if (_mm_movemask_epi8(chunk))
+            return false;
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + at), _mm_unpacklo_epi8(chunk, zero));
+        return true;
+    };
     for (; i + 16 <= size; i += 16) {
         if (!widen(i))
             return false;
     }
-    // The last sixteen in one step, writing again what the loop wrote.
+    // A last piece shorter than sixteen in one or two overlapping steps,
+    // writing again what was written before.
     if (i < size && size >= 16)
         return widen(size - 16);
+    if (i < size && size >= 8)
+        return widenEight(0) && widenEight(size - 8);
 #endif
     for (; i < size; ++i) {
         const unsigned char c = static_cast<unsigned char>(in[i]);
