@@ -6,15 +6,14 @@
 // only worth having if nobody can tell: both must write the same bytes,
 // return the same code and report the same messages in the same order.
 
+#include "../includedfiles.h"
 #include "tessivane.h"
 #include "tessivanetemplate.h"
 #include "tessivanetemplateparser.h"
 #include "tessivanetemplatetag.h"
 
 #include <QBuffer>
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QStringList>
 #include <QTemporaryFile>
 #include <QTextCodec>
@@ -25,7 +24,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <unistd.h>
 
 namespace {
 
@@ -103,16 +101,6 @@ struct Fixture
 };
 
 std::unique_ptr<Fixture> s_fixture;
-
-void writeFixed(const QString &path, const char *content)
-{
-    QFile file(path);
-    if (file.open(QIODevice::ReadOnly) && file.readAll() == content)
-        return;
-    file.close();
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) < 0)
-        std::abort();
-}
 
 void recordMessage(QtMsgType type, const QMessageLogContext &, const QString &message)
 {
@@ -211,14 +199,8 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     qInstallMessageHandler(recordMessage);
     s_fixture = std::make_unique<Fixture>();
-    const QString path = QFileInfo(QFile::decodeName(*argc > 0 ? (*argv)[0] : ".")).absolutePath()
-        + QLatin1String("/bytepath-includes");
-    if (!QDir().mkpath(path + QLatin1String("/sub")))
-        std::abort();
-    writeFixed(path + QLatin1String("/a.tmpl"), s_included);
-    writeFixed(path + QLatin1String("/b.tmpl"), s_nested);
-    writeFixed(path + QLatin1String("/sub/b.tmpl"), s_nested);
-    if (::chdir(QFile::encodeName(path).constData()) != 0 || !s_fixture->output.open())
+    enterIncludedFiles(*argc > 0 ? (*argv)[0] : nullptr, "bytepath-includes", s_included, s_nested);
+    if (!s_fixture->output.open())
         std::abort();
 
     Tessivane &registry = s_fixture->registry;

@@ -4,14 +4,13 @@
 // its bytes over a few at a time, and the two outputs must agree: a template
 // renders the same however its bytes are cut on the way in.
 
+#include "../includedfiles.h"
 #include "tessivane.h"
 #include "tessivanetemplate.h"
 #include "tessivanetemplatetag.h"
 
 #include <QBuffer>
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QTemporaryFile>
 #include <QTextCodec>
 
@@ -20,7 +19,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <unistd.h>
 
 namespace {
 
@@ -101,18 +99,6 @@ struct Fixture
 
 std::unique_ptr<Fixture> s_fixture;
 
-// Written only when it differs, so that runs side by side (-fork, -jobs) never
-// see a file half rewritten.
-void writeFixed(const QString &path, const char *content)
-{
-    QFile file(path);
-    if (file.open(QIODevice::ReadOnly) && file.readAll() == content)
-        return;
-    file.close();
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) < 0)
-        std::abort();
-}
-
 void ignoreMessage(QtMsgType, const QMessageLogContext &, const QString &)
 {
 }
@@ -150,17 +136,8 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     qInstallMessageHandler(ignoreMessage);
     s_fixture = std::make_unique<Fixture>();
-    // Beside the program rather than in a temporary directory, which a crash
-    // would leave behind.
-    const QString path = QFileInfo(QFile::decodeName(*argc > 0 ? (*argv)[0] : ".")).absolutePath()
-        + QLatin1String("/render-includes");
-    if (!QDir().mkpath(path + QLatin1String("/sub")))
-        std::abort();
-    writeFixed(path + QLatin1String("/a.tmpl"), s_included);
-    writeFixed(path + QLatin1String("/sub/b.tmpl"), s_nested);
-    writeFixed(path + QLatin1String("/b.tmpl"), s_nested);
-    if (::chdir(QFile::encodeName(path).constData()) != 0 || !s_fixture->fromBuffer.open()
-        || !s_fixture->fromPipe.open())
+    enterIncludedFiles(*argc > 0 ? (*argv)[0] : nullptr, "render-includes", s_included, s_nested);
+    if (!s_fixture->fromBuffer.open() || !s_fixture->fromPipe.open())
         std::abort();
 
     Tessivane &registry = s_fixture->registry;
