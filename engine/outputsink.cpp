@@ -22,7 +22,8 @@ const qsizetype SliceSize = 1 << 14;
 const qsizetype BufferSize = 1 << 17;
 static_assert(3 * (SliceSize + 1) <= BufferSize, "a slice fits in an empty buffer");
 // Bytes of at least this many go to the target without a copy: most of a
-// template copied as it is comes in pieces of the reader's 64 KiB.
+// template copied as it is comes in runs of lines as long as the reader's
+// reads, which are far longer.
 const qsizetype DirectSize = 1 << 15;
 
 // Narrows ASCII characters into bytes, sixteen at a time where the processor
@@ -113,11 +114,6 @@ void OutputSink::passOn(QTextStream *stream)
         sink->m_stream.flush();
 }
 
-void OutputSink::write(QStringView text)
-{
-    encode(text);
-}
-
 void OutputSink::writeUtf8(const char *data, qsizetype size)
 {
     if (size == 0)
@@ -150,11 +146,11 @@ qint64 OutputSink::readData(char *, qint64)
 
 qint64 OutputSink::writeData(const char *data, qint64 size)
 {
-    encode(QStringView(reinterpret_cast<const QChar *>(data), qsizetype(size / 2)));
+    write(QStringView(reinterpret_cast<const QChar *>(data), qsizetype(size / 2)));
     return m_hasFailed ? -1 : size;
 }
 
-void OutputSink::encode(QStringView text)
+void OutputSink::write(QStringView text)
 {
     if (text.isEmpty() || m_hasFailed)
         return;

@@ -17,11 +17,10 @@ namespace TessivaneTemplatePrivate {
 // All three ways end in one buffer, in the order they were taken, as long as
 // the engine writes only directly and has the stream pass on what a tag
 // handler wrote into it (passOn()) before it writes again: a handler is the
-// only code that writes into the stream while a template renders. The
-// stream hands the sink UTF-16, so that one encoder serves every way and
-// encodes as Qt 5's
-// UTF-8 codec did: a surrogate without its partner becomes '?', one at the
-// end of a piece waits for the next, and one at the very end is dropped.
+// only code that writes into the stream while a template renders. The stream
+// hands the sink UTF-16, so that one encoder serves every way and encodes as
+// Qt 5's UTF-8 codec did: a surrogate without its partner becomes '?', one at
+// the end of a piece waits for the next, and one at the very end is dropped.
 //
 // The buffer goes to the target device when it is full and at finish(); the
 // first failure to write or flush it is kept, fails the stream's writes, and
@@ -54,7 +53,6 @@ protected:
 private:
     Q_DISABLE_COPY(OutputSink)
 
-    void encode(QStringView text);
     void closePending();
     void append(const char *data, qsizetype size);
     void drainWhenFull();
