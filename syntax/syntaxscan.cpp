@@ -84,6 +84,19 @@ int indexOfSyntaxChar(const ushort *data, int size, int from)
     return i;
 }
 
+#ifdef __SSE2__
+// The "%%" marks that start in the sixteen bytes at \a data, a bit each: a
+// byte and the one after it, which must be there to be read.
+uint markBits(const char *data)
+{
+    const __m128i percent = _mm_set1_epi8('%');
+    const __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data));
+    const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + 1));
+    return uint(_mm_movemask_epi8(
+        _mm_and_si128(_mm_cmpeq_epi8(here, percent), _mm_cmpeq_epi8(next, percent))));
+}
+#endif
+
 } // namespace
 
 bool widenAscii(const char *in, int size, ushort *out)
@@ -154,14 +167,9 @@ int indexOfMark(QLatin1String line, int from)
     const int size = int(line.size());
     int i = from;
 #ifdef __SSE2__
-    // A byte and the one after it, sixteen places at a time, the last sixteen
-    // as in indexOfChar().
-    const __m128i percent = _mm_set1_epi8('%');
+    // Sixteen places at a time, the last sixteen as in indexOfChar().
     const auto find = [&](int at) {
-        const __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + at));
-        const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + at + 1));
-        const uint mask = uint(_mm_movemask_epi8(
-            _mm_and_si128(_mm_cmpeq_epi8(here, percent), _mm_cmpeq_epi8(next, percent))));
+        const uint mask = markBits(data + at);
         return mask ? at + int(qCountTrailingZeroBits(mask)) : -1;
     };
     for (; i + 17 <= size; i += 16) {
@@ -183,15 +191,11 @@ int plainTextPrefix(const char *data, int size)
 {
     int i = 0;
 #ifdef __SSE2__
-    const __m128i percent = _mm_set1_epi8('%');
     const __m128i carriageReturn = _mm_set1_epi8('\r');
     for (; i + 17 <= size; i += 16) {
         const __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i));
-        const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i + 1));
-        const __m128i marks =
-            _mm_and_si128(_mm_cmpeq_epi8(here, percent), _mm_cmpeq_epi8(next, percent));
-        const uint stops = uint(_mm_movemask_epi8(
-            _mm_or_si128(_mm_or_si128(here, marks), _mm_cmpeq_epi8(here, carriageReturn))));
+        const uint stops = markBits(data + i)
+            | uint(_mm_movemask_epi8(_mm_or_si128(here, _mm_cmpeq_epi8(here, carriageReturn))));
         if (stops)
             return i + int(qCountTrailingZeroBits(stops));
     }
