@@ -50,39 +50,74 @@ bool isSyntaxChar(ushort c)
     return c == '(' || c == ')' || c == '"' || c == '\\';
 }
 
-// The position of the next "(", ")", double quote or backslash in \a data at
-// or after \a from, or \a size: the only characters a group scan looks at.
-int indexOfSyntaxChar(const ushort *data, int size, int from)
+// The "(", ")", double quotes and backslashes of a text, in order. Each eight
+// characters are compared at once into a bit each, so a group scan pays a
+// step per eight characters and one per character it looks at.
+class SyntaxCharScan
 {
-    int i = from;
+public:
+    SyntaxCharScan(const ushort *text, int size)
+        : m_text(text)
+        , m_size(size)
+    {
+    }
+
+    // The position of the next one at or after \a from, or the size.
+    int next(int from)
+    {
+        while (from < m_size) {
+            const int base = from & ~7;
+            if (base != m_base) {
+                m_base = base;
+                m_bits = bitsAt(base);
+            }
+            const uint bits = m_bits & (~0u << (from - base));
+            if (bits)
+                return base + int(qCountTrailingZeroBits(bits));
+            from = base + 8;
+        }
+        return m_size;
+    }
+
+    // Whether the text holds a parenthesis at all.
+    bool hasParenthesis()
+    {
+        for (int i = next(0); i < m_size; i = next(i + 1)) {
+            if (m_text[i] == '(' || m_text[i] == ')')
+                return true;
+        }
+        return false;
+    }
+
+private:
+    // The eight characters from \a base, where fewer than eight are left
+    // read as the last eight of the text, shifted into place.
+    uint bitsAt(int base) const
+    {
 #ifdef __SSE2__
-    const __m128i open = _mm_set1_epi16('(');
-    const __m128i close = _mm_set1_epi16(')');
-    const __m128i quote = _mm_set1_epi16('"');
-    const __m128i backslash = _mm_set1_epi16('\\');
-    const auto find = [&](int at) {
-        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + at));
-        const __m128i hits = _mm_or_si128(
-            _mm_or_si128(_mm_cmpeq_epi16(chunk, open), _mm_cmpeq_epi16(chunk, close)),
-            _mm_or_si128(_mm_cmpeq_epi16(chunk, quote), _mm_cmpeq_epi16(chunk, backslash)));
-        const uint mask = uint(_mm_movemask_epi8(hits));
-        return mask ? at + int(qCountTrailingZeroBits(mask) / 2) : -1;
-    };
-    for (; i + 8 <= size; i += 8) {
-        const int found = find(i);
-        if (found >= 0)
-            return found;
-    }
-    // The last eight in one step, as in indexOfChar().
-    if (i < size && size - 8 >= from) {
-        const int found = find(size - 8);
-        return found >= 0 ? found : size;
-    }
+        if (m_size >= 8) {
+            const int at = qMin(base, m_size - 8);
+            const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(m_text + at));
+            const __m128i hits =
+                _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(chunk, _mm_set1_epi16('(')),
+                                          _mm_cmpeq_epi16(chunk, _mm_set1_epi16(')'))),
+                             _mm_or_si128(_mm_cmpeq_epi16(chunk, _mm_set1_epi16('"')),
+                                          _mm_cmpeq_epi16(chunk, _mm_set1_epi16('\\'))));
+            return uint(_mm_movemask_epi8(_mm_packs_epi16(hits, _mm_setzero_si128())))
+                >> (base - at);
+        }
 #endif
-    while (i < size && !isSyntaxChar(data[i]))
-        ++i;
-    return i;
-}
+        uint bits = 0;
+        for (int i = base; i < m_size && i < base + 8; ++i)
+            bits |= uint(isSyntaxChar(m_text[i])) << (i - base);
+        return bits;
+    }
+
+    const ushort *m_text;
+    int m_size;
+    int m_base = -1;
+    uint m_bits = 0;
+};
 
 #ifdef __SSE2__
 // The "%%" marks that start in the sixteen bytes at \a data, a bit each: a
@@ -325,14 +360,14 @@ void splitGroups(QStringView parameter, GroupList &groups)
 {
     const ushort *text = reinterpret_cast<const ushort *>(parameter.utf16());
     const int size = int(parameter.size());
-    if (indexOfChar(text, size, 0, '(') < 0 && indexOfChar(text, size, 0, ')') < 0) {
+    SyntaxCharScan scan(text, size);
+    if (!scan.hasParenthesis()) {
         groups.append(parameter);
         return;
     }
     int groupStart = -1;
     bool inString = false;
-    for (int i = indexOfSyntaxChar(text, size, 0); i < size;
-         i = indexOfSyntaxChar(text, size, i + 1)) {
+    for (int i = scan.next(0); i < size; i = scan.next(i + 1)) {
         const ushort c = text[i];
         if (groupStart < 0) {
             if (c == '(')
