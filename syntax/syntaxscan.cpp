@@ -50,74 +50,29 @@ bool isSyntaxChar(ushort c)
     return c == '(' || c == ')' || c == '"' || c == '\\';
 }
 
-// The "(", ")", double quotes and backslashes of a text, in order. Each eight
-// characters are compared at once into a bit each, so a group scan pays a
-// step per eight characters and one per character it looks at.
-class SyntaxCharScan
+// The "(", ")", double quotes and backslashes among the eight characters of
+// \a text from \a base, a bit each; where fewer than eight are left, the
+// last eight of the text are compared and shifted into place. A group scan so
+// pays a step per eight characters and one per character it looks at.
+uint syntaxBits(const ushort *text, int size, int base)
 {
-public:
-    SyntaxCharScan(const ushort *text, int size)
-        : m_text(text)
-        , m_size(size)
-    {
-    }
-
-    // The position of the next one at or after \a from, or the size.
-    int next(int from)
-    {
-        while (from < m_size) {
-            const int base = from & ~7;
-            if (base != m_base) {
-                m_base = base;
-                m_bits = bitsAt(base);
-            }
-            const uint bits = m_bits & (~0u << (from - base));
-            if (bits)
-                return base + int(qCountTrailingZeroBits(bits));
-            from = base + 8;
-        }
-        return m_size;
-    }
-
-    // Whether the text holds a parenthesis at all.
-    bool hasParenthesis()
-    {
-        for (int i = next(0); i < m_size; i = next(i + 1)) {
-            if (m_text[i] == '(' || m_text[i] == ')')
-                return true;
-        }
-        return false;
-    }
-
-private:
-    // The eight characters from \a base, where fewer than eight are left
-    // read as the last eight of the text, shifted into place.
-    uint bitsAt(int base) const
-    {
 #ifdef __SSE2__
-        if (m_size >= 8) {
-            const int at = qMin(base, m_size - 8);
-            const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(m_text + at));
-            const __m128i hits =
-                _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(chunk, _mm_set1_epi16('(')),
-                                          _mm_cmpeq_epi16(chunk, _mm_set1_epi16(')'))),
-                             _mm_or_si128(_mm_cmpeq_epi16(chunk, _mm_set1_epi16('"')),
-                                          _mm_cmpeq_epi16(chunk, _mm_set1_epi16('\\'))));
-            return uint(_mm_movemask_epi8(_mm_packs_epi16(hits, _mm_setzero_si128())))
-                >> (base - at);
-        }
-#endif
-        uint bits = 0;
-        for (int i = base; i < m_size && i < base + 8; ++i)
-            bits |= uint(isSyntaxChar(m_text[i])) << (i - base);
-        return bits;
+    if (size >= 8) {
+        const int at = qMin(base, size - 8);
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text + at));
+        const __m128i hits =
+            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(chunk, _mm_set1_epi16('(')),
+                                      _mm_cmpeq_epi16(chunk, _mm_set1_epi16(')'))),
+                         _mm_or_si128(_mm_cmpeq_epi16(chunk, _mm_set1_epi16('"')),
+                                      _mm_cmpeq_epi16(chunk, _mm_set1_epi16('\\'))));
+        return uint(_mm_movemask_epi8(_mm_packs_epi16(hits, _mm_setzero_si128()))) >> (base - at);
     }
-
-    const ushort *m_text;
-    int m_size;
-    int m_base = -1;
-    uint m_bits = 0;
-};
+#endif
+    uint bits = 0;
+    for (int i = base; i < size && i < base + 8; ++i)
+        bits |= uint(isSyntaxChar(text[i])) << (i - base);
+    return bits;
+}
 
 #ifdef __SSE2__
 // The "%%" marks that start in the sixteen bytes at \a data, a bit each: a
@@ -360,28 +315,35 @@ void splitGroups(QStringView parameter, GroupList &groups)
 {
     const ushort *text = reinterpret_cast<const ushort *>(parameter.utf16());
     const int size = int(parameter.size());
-    SyntaxCharScan scan(text, size);
-    if (!scan.hasParenthesis()) {
-        groups.append(parameter);
-        return;
-    }
     int groupStart = -1;
     bool inString = false;
-    for (int i = scan.next(0); i < size; i = scan.next(i + 1)) {
-        const ushort c = text[i];
-        if (groupStart < 0) {
-            if (c == '(')
-                groupStart = i + 1;
-        } else if (c == '"') {
-            inString = !inString;
-        } else if (inString) {
-            if (c == '\\' && i + 1 < size && text[i + 1] == '"')
-                ++i;
-        } else if (c == ')') {
-            groups.append(parameter.mid(groupStart, i - groupStart));
-            groupStart = -1;
+    bool hasParenthesis = false;
+    // The quote after a backslash in a string, which does not close it.
+    int escaped = -1;
+    for (int base = 0; base < size; base += 8) {
+        for (uint bits = syntaxBits(text, size, base); bits; bits &= bits - 1) {
+            const int i = base + int(qCountTrailingZeroBits(bits));
+            const ushort c = text[i];
+            hasParenthesis = hasParenthesis || c == '(' || c == ')';
+            if (i == escaped) {
+                continue;
+            } else if (groupStart < 0) {
+                if (c == '(')
+                    groupStart = i + 1;
+            } else if (c == '"') {
+                inString = !inString;
+            } else if (inString) {
+                if (c == '\\' && i + 1 < size && text[i + 1] == '"')
+                    escaped = i + 1;
+            } else if (c == ')') {
+                groups.append(parameter.mid(groupStart, i - groupStart));
+                groupStart = -1;
+            }
         }
     }
+    // A parameter without any parenthesis is one group.
+    if (!hasParenthesis)
+        groups.append(parameter);
 }
 
 } // namespace TessivaneTemplatePrivate
