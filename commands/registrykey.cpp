@@ -1,12 +1,12 @@
 #include "registrykey_p.h"
 
 #include "enginestate_p.h"
-#include "syntaxscan_p.h"
 #include "tessivanetemplate.h"
 
 #include <QVarLengthArray>
 
 #include <algorithm>
+#include <cstring>
 
 namespace TessivaneTemplatePrivate {
 
@@ -22,13 +22,20 @@ bool isNameCharacter(QChar c)
 
 bool isRegRootAt(QStringView key, int at)
 {
-    if (key.size() - at < s_regRoot.size())
-        return false;
-    for (int i = 1; i < s_regRoot.size(); ++i) {
-        if (key.at(at + i) != QLatin1Char(s_regRoot.at(i)))
-            return false;
+    static const char16_t regRoot[] = u"$REGROOT";
+    return key.size() - at >= s_regRoot.size()
+        && std::memcmp(key.utf16() + at, regRoot, sizeof(regRoot) - sizeof(char16_t)) == 0;
+}
+
+// The position of the first "$" in \a key at or after \a from, or -1: keys
+// are short, and a plain loop costs less than the call to a vector search.
+int indexOfDollar(QStringView key, int from)
+{
+    for (int i = from; i < key.size(); ++i) {
+        if (key.at(i) == QLatin1Char('$'))
+            return i;
     }
-    return true;
+    return -1;
 }
 
 // Every "$REGROOT" becomes the registry root, built in place in the buffer
@@ -57,8 +64,7 @@ QString expandNames(QStringView key, const TessivaneTemplate *engine)
 {
     QString expanded;
     int from = 0;
-    for (int at = indexOfText(key, QLatin1String("$")); at >= 0;
-         at = indexOfText(key, QLatin1String("$"), at + 1)) {
+    for (int at = indexOfDollar(key, 0); at >= 0; at = indexOfDollar(key, at + 1)) {
         int end = at + 1;
         while (end < key.size() && isNameCharacter(key.at(end)))
             ++end;
@@ -89,8 +95,7 @@ QString expandNames(QStringView key, const TessivaneTemplate *engine)
 void expandRegistryKey(QStringView key, const TessivaneTemplate *engine, QString &expanded)
 {
     QVarLengthArray<int, 4> roots;
-    for (int at = indexOfText(key, QLatin1String("$")); at >= 0;
-         at = indexOfText(key, QLatin1String("$"), at + 1)) {
+    for (int at = indexOfDollar(key, 0); at >= 0; at = indexOfDollar(key, at + 1)) {
         if (isRegRootAt(key, at)) {
             roots.append(at);
             at += s_regRoot.size() - 1;
