@@ -87,6 +87,11 @@ const ToolRow s_rows[] = {
      "-t", "s= 7", "t.tmpl"}, "%%TAG(n)%%[%%TAG(e)%%]%%IF TAG(z)%%a%%ENDIF%%"
      "%%IF TAG(m) == -7%%b%%ENDIF%%%%IF TAG(m)%%c%%ENDIF%%%%IF TAG(x) != 5%%d%%ENDIF%%"
      "%%IF TAG(s) != 5%%e%%ENDIF%%%%IF TAG(e) != 5%%f%%ENDIF%%", 0, "one[]bc\n", ""},
+    // A number out of an int's range is no number, as the bounds are.
+    {"TagIntegers", {"-t", "a=2147483647", "-t", "b=2147483648", "-t", "c=-2147483648", "-t",
+     "d=-2147483649", "-t", "e=+007", "t.tmpl"}, "%%IF TAG(a) == 2147483647%%a%%ENDIF%%"
+     "%%IF TAG(b) != 1%%b%%ENDIF%%%%IF TAG(c) == -2147483648%%c%%ENDIF%%"
+     "%%IF TAG(d) != 1%%d%%ENDIF%%%%IF TAG(e) == 7%%e%%ENDIF%%", 0, "ace\n", ""},
     {"CommentAffixes", {"--comment-prefix", "/*", "--comment-suffix", "*/", "t.tmpl"}, "=%%NOPE%%",
      0, "= /* WARNING t.tmpl/1: No command handler for 'NOPE' found */\n", s_nope},
     {"StandardInput", {"-", "-"}, "%%NOPE%%x", 0, "x\n",

@@ -1,18 +1,30 @@
 #include "optiontaghandler.h"
 
+#include <limits>
+
 namespace {
 
-// Digits with an optional sign in front, and nothing else.
-bool isDecimal(QStringView text)
+// The value of digits with an optional sign in front, and nothing else, when
+// it fits an int: what QString::toInt() accepts of such a text, without the
+// copy it makes to parse it. This runs for each numeric condition on a tag.
+bool parseDecimal(QStringView text, int &number)
 {
-    if (text.startsWith(QLatin1Char('+')) || text.startsWith(QLatin1Char('-')))
+    const bool isNegative = text.startsWith(QLatin1Char('-'));
+    if (isNegative || text.startsWith(QLatin1Char('+')))
         text = text.mid(1);
     if (text.isEmpty())
         return false;
+    const qint64 limit = isNegative ? -qint64(std::numeric_limits<int>::min())
+                                    : qint64(std::numeric_limits<int>::max());
+    qint64 value = 0;
     for (const QChar c : text) {
         if (c < QLatin1Char('0') || c > QLatin1Char('9'))
             return false;
+        value = value * 10 + (c.unicode() - '0');
+        if (value > limit)
+            return false;
     }
+    number = int(isNegative ? -value : value);
     return true;
 }
 
@@ -43,9 +55,8 @@ bool OptionTagHandler::processTag(const QString &tagName, QTextStream *out, bool
             *out << it.value();
         return true;
     }
-    bool isNumber = false;
-    const int number = it.value().toInt(&isNumber, 10);
-    if (!isNumber || !isDecimal(it.value()) || !value)
+    int number = 0;
+    if (!value || !parseDecimal(it.value(), number))
         return false;
     *value = number;
     return true;
