@@ -4,7 +4,8 @@ TessivaneTemplateCommandComment::~TessivaneTemplateCommandComment() = default;
 
 bool TessivaneTemplateCommandComment::isResponsibleFor(const QString &name)
 {
-    return name.startsWith(QLatin1Char('*'));
+    // Every command name is offered here: the first letter is read in place.
+    return !name.isEmpty() && name.at(0) == QLatin1Char('*');
 }
 
 int TessivaneTemplateCommandComment::executeCommand(TessivaneTemplateParser *parser,

@@ -73,7 +73,7 @@ TessivaneTemplateCommandInclude::~TessivaneTemplateCommandInclude() = default;
 bool TessivaneTemplateCommandInclude::isResponsibleFor(const QString &name)
 {
     // Every command name is offered here: the first letter answers most of them.
-    if (!name.startsWith(QLatin1Char('I')))
+    if (name.isEmpty() || name.at(0) != QLatin1Char('I'))
         return false;
     return isName(name, s_includeFile) || isName(name, s_includeDir)
         || isName(name, s_includeExecutable);
