@@ -103,6 +103,26 @@ bool readRegValue(TessivaneTemplateParser *parser, QStringView lookup, QString &
     return result == 0;
 }
 
+// The decimal text of \a number, as QString::number() writes it, without the
+// locale machinery behind it: each numeric condition on a tag asks for one.
+void setDecimal(QString &text, int number)
+{
+    char digits[12];
+    char *const end = digits + sizeof(digits);
+    char *at = end;
+    uint magnitude = number < 0 ? 0u - uint(number) : uint(number);
+    do {
+        *--at = char('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (number < 0)
+        *--at = '-';
+    text.resize(int(end - at));
+    QChar *out = text.data();
+    while (at < end)
+        *out++ = QLatin1Char(*at++);
+}
+
 bool readTagValue(TessivaneTemplateParser *parser, QStringView lookup, QString &value)
 {
     QString tagName;
@@ -116,7 +136,7 @@ bool readTagValue(TessivaneTemplateParser *parser, QStringView lookup, QString &
     OutputSink::passOn(parser->getOutStream());
     if (!isAnswered)
         return false;
-    value = QString::number(number);
+    setDecimal(value, number);
     return true;
 }
 
