@@ -64,6 +64,14 @@ QString formatV(const char *format, va_list args)
     return QString::vasprintf(format, args);
 }
 
+// Empties a buffer the parser reuses for every command, keeping its memory;
+// most commands find it empty already or fill it anew.
+void clear(QString &buffer)
+{
+    if (!buffer.isEmpty())
+        buffer.resize(0);
+}
+
 // The version-2 loop command has this place in a parser's command list.
 const int LoopPosition = 6;
 
@@ -230,9 +238,9 @@ bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &n
                 OutputSink::write(m_out, u"%%");
             continue;
         }
-        // Every command starts from an empty parameter: one without "(" has none.
-        parameter.resize(0);
-        splitCommandToken(token, name, parameter);
+        // A command without "(" has an empty parameter.
+        if (!splitCommandToken(token, name, parameter))
+            clear(parameter);
         // A loop in a region being dropped is read to its end all the same, so
         // that what its block holds is not taken for commands of the region.
         if (loop && !m_activeCommands.isEmpty() && isLoopHeader(name)) {
@@ -280,13 +288,15 @@ bool TessivaneTemplateParser::processLineBytes(QLatin1String line, bool isAscii,
                 sink->writeUtf8(token.data(), token.size());
             continue;
         }
-        parameter.resize(0);
+        bool hasParameter = false;
         if (isAscii) {
-            splitCommandToken(token, name, parameter);
+            hasParameter = splitCommandToken(token, name, parameter);
         } else {
             reader.decode(LineReader::Bytes {token.data(), int(token.size())}, command);
-            splitCommandToken(command, name, parameter);
+            hasParameter = splitCommandToken(command, name, parameter);
         }
+        if (!hasParameter)
+            clear(parameter);
         if (!processCommand(name, parameter))
             return false;
     }

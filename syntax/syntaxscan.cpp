@@ -283,7 +283,7 @@ int indexOfOpen(QLatin1String text)
     return open ? int(open - text.data()) : -1;
 }
 
-template<typename Text> void splitCommand(Text token, QString &name, QString &parameter)
+template<typename Text> bool splitCommand(Text token, QString &name, QString &parameter)
 {
     // A token shorter than four characters loses what it has after its first two.
     const int length = int(token.size());
@@ -292,20 +292,21 @@ template<typename Text> void splitCommand(Text token, QString &name, QString &pa
     const int open = indexOfOpen(content);
     if (open < 0) {
         assign(name, content);
-        return;
+        return false;
     }
     assign(name, content.left(open));
     assign(parameter, content.mid(open));
+    return true;
 }
 
-void splitCommandToken(QStringView token, QString &name, QString &parameter)
+bool splitCommandToken(QStringView token, QString &name, QString &parameter)
 {
-    splitCommand(token, name, parameter);
+    return splitCommand(token, name, parameter);
 }
 
-void splitCommandToken(QLatin1String asciiToken, QString &name, QString &parameter)
+bool splitCommandToken(QLatin1String asciiToken, QString &name, QString &parameter)
 {
-    splitCommand(asciiToken, name, parameter);
+    return splitCommand(asciiToken, name, parameter);
 }
 
 // Nothing inside a group is removed (an escape keeps both characters), so a

@@ -75,10 +75,10 @@ using ByteTokenWalker = BasicTokenWalker<QLatin1String>;
 
 // Splits a command token into the name before the first "(" and the
 // parameter from there on, after dropping two characters at each end and
-// trimming; without "(" the parameter is not assigned.
-void splitCommandToken(QStringView token, QString &name, QString &parameter);
+// trimming; without "(" the parameter is not assigned. Returns whether it was.
+bool splitCommandToken(QStringView token, QString &name, QString &parameter);
 // The same for a token in bytes that are all ASCII, each its own character.
-void splitCommandToken(QLatin1String asciiToken, QString &name, QString &parameter);
+bool splitCommandToken(QLatin1String asciiToken, QString &name, QString &parameter);
 
 using GroupList = QVarLengthArray<QStringView, 4>;
 
