@@ -103,6 +103,17 @@ const char *findFeed(const char *from, const char *end, bool &hasHighBit)
     return nullptr;
 }
 
+// A line of \a size bytes at \a data, its line feed included when it has
+// one, as the caller gets it: without its terminator.
+LineReader::Bytes bytesOf(const char *data, int size, bool hasFeed, bool hasHighBit)
+{
+    int kept = hasFeed ? size - 1 : size;
+    const bool endsWithReturn = kept > 0 && data[kept - 1] == '\r';
+    if (endsWithReturn)
+        --kept;
+    return LineReader::Bytes {data, kept, hasFeed && !endsWithReturn, !hasHighBit};
+}
+
 QString lineTooLong()
 {
     return QStringLiteral("a line is longer than %1 bytes").arg(LineReader::MaxLineBytes);
@@ -183,8 +194,29 @@ bool LineReader::readLine(QString &line)
 
 bool LineReader::readLine(QString &line, Bytes &bytes)
 {
+    // Most lines lie whole in the buffer: they are taken without the layers
+    // that start the input, read on, decode or report.
+    if (m_codec && m_cutsBytes && !m_isFirstLine && m_error.isEmpty() && takeBufferedLine(bytes))
+        return true;
     bytes.data = nullptr;
     return read(line, &bytes);
+}
+
+// The next line when the buffer holds it whole, line feed and all, and its
+// bytes are its own UTF-8. Returns false, and reads nothing, otherwise.
+bool LineReader::takeBufferedLine(Bytes &bytes)
+{
+    const char *start = m_buffer.constData() + m_position;
+    bool hasHighBit = false;
+    const char *feed = findFeed(start, m_buffer.constData() + m_buffer.size(), hasHighBit);
+    if (!feed || feed + 1 - start > MaxLineBytes)
+        return false;
+    const int size = int(feed + 1 - start);
+    if (hasHighBit && !(m_isUtf8 && isUtf8(reinterpret_cast<const unsigned char *>(start), size)))
+        return false;
+    m_position += size;
+    bytes = bytesOf(start, size, true, hasHighBit);
+    return true;
 }
 
 bool LineReader::read(QString &line, Bytes *bytes)
@@ -229,11 +261,7 @@ bool LineReader::readBytes(QString &line, Bytes *bytes)
     if (bytes && !m_isFirstLine
         && (!hasHighBit
             || (m_isUtf8 && isUtf8(reinterpret_cast<const unsigned char *>(data), size)))) {
-        int kept = hasFeed ? size - 1 : size;
-        const bool endsWithReturn = kept > 0 && data[kept - 1] == '\r';
-        if (endsWithReturn)
-            --kept;
-        *bytes = Bytes {data, kept, hasFeed && !endsWithReturn, !hasHighBit};
+        *bytes = bytesOf(data, size, hasFeed, hasHighBit);
         return true;
     }
     decode(data, size, line);

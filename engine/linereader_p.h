@@ -83,6 +83,7 @@ private:
     bool start();
     bool read(QString &line, Bytes *bytes);
     bool readThroughStream(QString &line);
+    bool takeBufferedLine(Bytes &bytes);
     bool readBytes(QString &line, Bytes *bytes);
     bool readDecoded(QString &line);
     int findLineEnd(bool &hasHighBit);
