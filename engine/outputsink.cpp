@@ -19,8 +19,6 @@ namespace {
 // SliceSize characters (and the partner of a surrogate at its end) takes at
 // most three bytes each.
 const qsizetype SliceSize = 1 << 14;
-const qsizetype BufferSize = 1 << 17;
-static_assert(3 * (SliceSize + 1) <= BufferSize, "a slice fits in an empty buffer");
 // Bytes of at least this many go to the target without a copy: most of a
 // template copied as it is comes in runs of lines as long as the reader's
 // reads, which are far longer.
@@ -74,6 +72,7 @@ OutputSink::OutputSink(QIODevice *target)
     , m_stream(this)
     , m_buffer(BufferSize, Qt::Uninitialized)
 {
+    static_assert(3 * (SliceSize + 1) <= BufferSize, "a slice fits in an empty buffer");
     open(QIODevice::WriteOnly | QIODevice::Unbuffered);
     setUtf16Encoding(m_stream);
 }
@@ -114,7 +113,7 @@ void OutputSink::passOn(QTextStream *stream)
         sink->m_stream.flush();
 }
 
-void OutputSink::writeUtf8(const char *data, qsizetype size)
+void OutputSink::writeUtf8Piece(const char *data, qsizetype size)
 {
     if (size == 0)
         return;
@@ -150,7 +149,7 @@ qint64 OutputSink::writeData(const char *data, qint64 size)
     return m_hasFailed ? -1 : size;
 }
 
-void OutputSink::write(QStringView text)
+void OutputSink::writeText(QStringView text)
 {
     if (text.isEmpty() || m_hasFailed)
         return;

@@ -6,6 +6,8 @@
 #include <QStringView>
 #include <QTextStream>
 
+#include <cstring>
+
 namespace TessivaneTemplatePrivate {
 
 // The UTF-8 output of one process() call. Tag handlers write QStrings into
@@ -41,8 +43,37 @@ public:
     static void passOn(QTextStream *stream);
 
     QTextStream &stream() { return m_stream; }
-    void write(QStringView text);
-    void writeUtf8(const char *data, qsizetype size);
+    void write(QStringView text)
+    {
+        // A short ASCII text, such as most values, is narrowed here.
+        const qsizetype size = text.size();
+        if (size < SmallSize && size <= BufferSize - m_used && !m_pendingSurrogate
+            && !m_hasFailed) {
+            char *out = m_buffer.data() + m_used;
+            qsizetype i = 0;
+            while (i < size && text[i].unicode() < 0x80) {
+                out[i] = char(text[i].unicode());
+                ++i;
+            }
+            if (i == size) {
+                m_used += size;
+                return;
+            }
+        }
+        writeText(text);
+    }
+    void writeUtf8(const char *data, qsizetype size)
+    {
+        // Most pieces are the short text around commands: they are copied
+        // here, without a call.
+        if (size < SmallSize && size <= BufferSize - m_used && !m_pendingSurrogate
+            && !m_hasFailed) {
+            std::memcpy(m_buffer.data() + m_used, data, size_t(size));
+            m_used += size;
+            return;
+        }
+        writeUtf8Piece(data, size);
+    }
     // Writes out what is left. Returns false when anything could not be written.
     bool finish();
 
@@ -53,6 +84,12 @@ protected:
 private:
     Q_DISABLE_COPY(OutputSink)
 
+    static constexpr qsizetype BufferSize = 1 << 17;
+    // Pieces shorter than this are copied inline.
+    static constexpr qsizetype SmallSize = 256;
+
+    void writeText(QStringView text);
+    void writeUtf8Piece(const char *data, qsizetype size);
     void closePending();
     void append(const char *data, qsizetype size);
     void drainWhenFull();
