@@ -19,10 +19,6 @@ namespace {
 // SliceSize characters (and the partner of a surrogate at its end) takes at
 // most three bytes each.
 const qsizetype SliceSize = 1 << 14;
-// Bytes of at least this many go to the target without a copy: most of a
-// template copied as it is comes in runs of lines as long as the reader's
-// reads, which are far longer.
-const qsizetype DirectSize = 1 << 15;
 
 // Narrows ASCII characters into bytes, sixteen at a time where the processor
 // allows. Returns how many were ASCII, from the start.

@@ -65,8 +65,8 @@ public:
     void writeUtf8(const char *data, qsizetype size)
     {
         // Most pieces are the short text around commands: they are copied
-        // here, without a call.
-        if (size < SmallSize && size <= BufferSize - m_used && !m_pendingSurrogate
+        // here, without the checks for long ones.
+        if (size < DirectSize && size <= BufferSize - m_used && !m_pendingSurrogate
             && !m_hasFailed) {
             std::memcpy(m_buffer.data() + m_used, data, size_t(size));
             m_used += size;
@@ -85,8 +85,12 @@ private:
     Q_DISABLE_COPY(OutputSink)
 
     static constexpr qsizetype BufferSize = 1 << 17;
-    // Pieces shorter than this are copied inline.
+    // Texts shorter than this are narrowed inline.
     static constexpr qsizetype SmallSize = 256;
+    // Bytes of at least this many go to the target without a copy: most of a
+    // template copied as it is comes in runs of lines as long as the reader's
+    // reads, which are far longer.
+    static constexpr qsizetype DirectSize = 1 << 15;
 
     void writeText(QStringView text);
     void writeUtf8Piece(const char *data, qsizetype size);
