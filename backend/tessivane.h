@@ -13,6 +13,10 @@
  * Only the first field exists for this backend; the template engine sets it
  * to zero and relies on nothing else.
  */
+namespace TessivaneTemplatePrivate {
+class DirectRead;
+} // namespace TessivaneTemplatePrivate
+
 struct _RegEntryParam
 {
     qint32 flags;
@@ -57,6 +61,7 @@ public:
 
 private:
     Q_DISABLE_COPY(Tessivane)
+    friend class TessivaneTemplatePrivate::DirectRead;
 
     QHash<QString, QString> m_values;
 };

@@ -17,8 +17,10 @@ inline bool isParenthesized(QStringView parameter)
 }
 
 // TessivaneTemplateCommandReg::getReg() on a view of the parameter, for the
-// conditions, which find theirs inside their own parameter.
-int readRegistryValue(TessivaneTemplateParser *parser, QStringView parameter, QString &value,
+// conditions, which find theirs inside their own parameter. \a value points
+// at the text where it is kept, in the registry or in the parameter's parsed
+// mapping or default: valid until the next registry command or change.
+int readRegistryValue(TessivaneTemplateParser *parser, QStringView parameter, const QString *&value,
                       QString &message);
 // TessivaneTemplateCommandTag::getTagUsingParameter() on a view of the parameter.
 TessivaneTemplateTag *findTagOfParameter(TessivaneTemplateParser *parser, QStringView parameter,

@@ -1,5 +1,6 @@
 #include "registrykey_p.h"
 
+#include "directread_p.h"
 #include "enginestate_p.h"
 #include "tessivanetemplate.h"
 
@@ -43,7 +44,7 @@ int indexOfDollar(QStringView key, int from)
 void expandRegRoot(QStringView key, const QVarLengthArray<int, 4> &found,
                    const TessivaneTemplate *engine, QString &expanded)
 {
-    const QString root = found.isEmpty() ? QString() : engine->regRoot();
+    const QString &root = DirectRead::regRoot(engine);
     const int size = int(key.size() + found.size() * (root.size() - s_regRoot.size()));
     if (expanded.size() != size)
         expanded.resize(size);

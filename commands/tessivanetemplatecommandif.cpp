@@ -94,12 +94,21 @@ Condition parseCondition(QStringView parameter)
     return condition;
 }
 
-bool readRegValue(TessivaneTemplateParser *parser, QStringView lookup, QString &value)
+// Sets \a value to the registry's text where it is kept; a text that a report
+// follows is first copied into \a storage, since the code that a report runs
+// may change the registry.
+bool readRegValue(TessivaneTemplateParser *parser, QStringView lookup, const QString *&value,
+                  QString &storage)
 {
     QString message;
     const int result = readRegistryValue(parser, lookup, value, message);
-    if (!message.isNull())
+    if (!message.isNull()) {
+        if (result == 0) {
+            storage = *value;
+            value = &storage;
+        }
         parser->warning("%s", formatArgument(message).constData());
+    }
     return result == 0;
 }
 
@@ -197,12 +206,13 @@ int TessivaneTemplateCommandIf::executeIf(TessivaneTemplateParser *parser, const
 {
     const QStringView source = QStringView(name).mid(2).trimmed();
     const Condition condition = parseCondition(parameter);
-    QString value;
+    QString text;
+    const QString *value = &text;
     bool isFound = false;
     if (isName(source, QLatin1String("REG"))) {
-        isFound = readRegValue(parser, condition.lookup, value);
+        isFound = readRegValue(parser, condition.lookup, value, text);
     } else if (isName(source, QLatin1String("TAG"))) {
-        isFound = readTagValue(parser, condition.lookup, value);
+        isFound = readTagValue(parser, condition.lookup, text);
     } else {
         parser->warning("parse error on if, unknown token '%s'",
                         formatArgument(source.toString()).constData());
@@ -211,7 +221,7 @@ int TessivaneTemplateCommandIf::executeIf(TessivaneTemplateParser *parser, const
     }
     if (!isFound)
         return openBlock(true);
-    const bool holds = (value == condition.expected) == condition.isEquality;
+    const bool holds = (*value == condition.expected) == condition.isEquality;
     return openBlock(!holds);
 }
 
@@ -224,7 +234,12 @@ int TessivaneTemplateCommandIf::openBlock(bool isSkipped)
 bool TessivaneTemplateCommandIf::getRegValue(TessivaneTemplateParser *parser, const QString &lookup,
                                              QString &value)
 {
-    return readRegValue(parser, lookup, value);
+    const QString *found = nullptr;
+    QString storage;
+    if (!readRegValue(parser, lookup, found, storage))
+        return false;
+    value = *found;
+    return true;
 }
 
 bool TessivaneTemplateCommandIf::getTagValue(TessivaneTemplateParser *parser, const QString &lookup,

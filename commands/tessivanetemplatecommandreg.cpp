@@ -1,5 +1,6 @@
 #include "tessivanetemplatecommandreg.h"
 
+#include "directread_p.h"
 #include "outputsink_p.h"
 #include "parameter_p.h"
 #include "qtcompat_p.h"
@@ -100,36 +101,45 @@ QString asInserted(const QString &text)
 }
 
 // A registry parameter taken apart: the key with the registry root in place,
-// the value mapping, and the default value.
+// the value mapping, and the default value, where one is given.
 struct RegParameter
 {
     RegParameter(const GroupList &groups, const TessivaneTemplate *engine, QString &keyBuffer)
         : key(keyBuffer)
         , mapping(groups.size() >= 2 ? &valueMapping(groups.at(1)) : nullptr)
-        , defaultValue(groups.size() >= 3 ? defaultValueOf(groups.at(2)) : QString())
-        , hasDefault(groups.size() >= 3)
+        , defaultValue(groups.size() >= 3 ? &defaultValueOf(groups.at(2)) : nullptr)
     {
         expandRegistryKey(groups.at(0), engine, keyBuffer);
     }
 
     // A found value goes through the mapping; one the mapping does not list
     // gives way to the default value, when there is one.
-    void resolve(QString &found) const
+    const QString *resolve(const QString *found) const
     {
         if (!mapping || mapping->isEmpty())
-            return;
-        const auto mapped = mapping->constFind(found);
+            return found;
+        const auto mapped = mapping->constFind(*found);
         if (mapped != mapping->constEnd())
-            found = mapped.value();
-        else if (hasDefault)
-            found = defaultValue;
+            return &mapped.value();
+        return defaultValue ? defaultValue : found;
     }
 
     const QString &key;
     const QMap<QString, QString> *mapping;
-    QString defaultValue;
-    bool hasDefault;
+    const QString *defaultValue;
 };
+
+// REG_INI's value: "=" and "]" escaped. Most values hold neither character:
+// they are looked for first.
+QString iniValue(const QString &value)
+{
+    QString escaped = value;
+    if (indexOfText(escaped, QLatin1String("=")) >= 0)
+        escaped.replace(QLatin1Char('='), QLatin1String("%3D"));
+    if (indexOfText(escaped, QLatin1String("]")) >= 0)
+        escaped.replace(QLatin1Char(']'), QLatin1String("%5D"));
+    return escaped;
+}
 
 // Reported after the value, so that an inline comment follows it.
 int finish(TessivaneTemplateParser *parser, const QString &message)
@@ -156,9 +166,9 @@ int TessivaneTemplateCommandReg::executeCommand(TessivaneTemplateParser *parser,
     // The escaping forms are words of version 2; version 1 knows no such command.
     if ((form == Form::Json || form == Form::Shell) && parser->getTemplate()->languageVersion() < 2)
         return CommandUnhandled;
-    QString value;
+    const QString *value = nullptr;
     QString message;
-    if (getReg(parser, parameter, value, message) != 0) {
+    if (readRegistryValue(parser, parameter, value, message) != 0) {
         parser->warning("%s", formatArgument(message).constData());
         return CommandFailed;
     }
@@ -167,38 +177,38 @@ int TessivaneTemplateCommandReg::executeCommand(TessivaneTemplateParser *parser,
     switch (form) {
     case Form::Quoted:
         OutputSink::write(out, u"\"");
-        OutputSink::write(out, value);
+        OutputSink::write(out, *value);
         OutputSink::write(out, u"\"");
-        return finish(parser, message);
+        break;
     case Form::Ini:
-        // Most values hold neither character: they are looked for first.
-        if (indexOfText(value, QLatin1String("=")) >= 0)
-            value.replace(QLatin1Char('='), QLatin1String("%3D"));
-        if (indexOfText(value, QLatin1String("]")) >= 0)
-            value.replace(QLatin1Char(']'), QLatin1String("%5D"));
+        OutputSink::write(out, iniValue(*value));
         break;
     case Form::Json:
-        value = jsonString(value);
+        OutputSink::write(out, jsonString(*value));
         break;
     case Form::Shell:
-        value = shellWord(value);
+        OutputSink::write(out, shellWord(*value));
         break;
     default:
+        OutputSink::write(out, *value);
         break;
     }
-    OutputSink::write(out, value);
     return finish(parser, message);
 }
 
 int TessivaneTemplateCommandReg::getReg(TessivaneTemplateParser *parser, const QString &parameter,
                                         QString &value, QString &message)
 {
-    return readRegistryValue(parser, parameter, value, message);
+    const QString *found = nullptr;
+    const int result = readRegistryValue(parser, parameter, found, message);
+    if (found)
+        value = *found;
+    return result;
 }
 
 namespace TessivaneTemplatePrivate {
 
-int readRegistryValue(TessivaneTemplateParser *parser, QStringView parameter, QString &value,
+int readRegistryValue(TessivaneTemplateParser *parser, QStringView parameter, const QString *&value,
                       QString &message)
 {
     if (!isParenthesized(parameter))
@@ -218,18 +228,16 @@ int readRegistryValue(TessivaneTemplateParser *parser, QStringView parameter, QS
     // Keys are built in one buffer, which a lookup does not reenter.
     thread_local QString keyBuffer;
     const RegParameter reg(groups, parser->getTemplate(), keyBuffer);
-    QString found;
-    if (backend->get(reg.key, found, _RegEntryParam {0}, QLatin1String("")) == 0) {
-        reg.resolve(found);
-        value = std::move(found);
+    if (const QString *found = DirectRead::value(backend, reg.key)) {
+        value = reg.resolve(found);
         return 0;
     }
     message = QLatin1String("Could not find regkey ") + asInserted(reg.key);
-    if (!reg.hasDefault)
+    if (!reg.defaultValue)
         return 1;
     value = reg.defaultValue;
     message += QLatin1String(", but have default value. writing default value ")
-        + asInserted(reg.defaultValue);
+        + asInserted(*reg.defaultValue);
     return 0;
 }
 

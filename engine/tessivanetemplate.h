@@ -117,6 +117,7 @@ public:
 
 private:
     Q_DISABLE_COPY(TessivaneTemplate)
+    friend class TessivaneTemplatePrivate::DirectRead;
 
     int run(QIODevice *input, const QString &templateName, QFile &outFile);
 
