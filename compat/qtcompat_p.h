@@ -245,18 +245,6 @@ template<typename Codec = QTextCodec> Codec *codecOf(const QTextStream &stream)
 #endif
 }
 
-// Makes \a stream pass its text on as UTF-16 in the machine's byte order,
-// without a byte order mark: every character as it is, a lone surrogate too.
-inline void setUtf16Encoding(QTextStream &stream)
-{
-#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
-    stream.setEncoding(QStringConverter::Utf16);
-#else
-    stream.setCodec(QSysInfo::ByteOrder == QSysInfo::BigEndian ? "UTF-16BE" : "UTF-16LE");
-#endif
-    stream.setGenerateByteOrderMark(false);
-}
-
 // A process that runs \a setUp in the child, between fork() and exec().
 #if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
 class SetUpProcess : public QProcess

@@ -1,7 +1,5 @@
 #include "outputsink_p.h"
 
-#include "qtcompat_p.h"
-
 #include <QFileDevice>
 
 #include <cstring>
@@ -63,26 +61,30 @@ qsizetype narrowAscii(const QChar *in, qsizetype size, char *out)
 
 } // namespace
 
+OutputSink::Stream::Stream(OutputSink *owner, QString *text)
+    : QTextStream(text, QIODevice::WriteOnly)
+    , sink(owner)
+{
+}
+
+OutputSink::Stream::~Stream() = default;
+
 OutputSink::OutputSink(QIODevice *target)
     : m_target(target)
-    , m_stream(this)
+    , m_stream(this, &m_streamText)
     , m_buffer(BufferSize, Qt::Uninitialized)
 {
     static_assert(3 * (SliceSize + 1) <= BufferSize, "a slice fits in an empty buffer");
-    open(QIODevice::WriteOnly | QIODevice::Unbuffered);
-    setUtf16Encoding(m_stream);
 }
 
 OutputSink::~OutputSink() = default;
 
-// The class is final, so its type identifies it, at the cost of two loads.
+// The stream class is final, so its type identifies it, at the cost of two loads.
 OutputSink *OutputSink::of(QTextStream *stream)
 {
-    QIODevice *device = stream->device();
-    if (!device || typeid(*device) != typeid(OutputSink))
+    if (typeid(*stream) != typeid(Stream))
         return nullptr;
-    auto *sink = static_cast<OutputSink *>(device);
-    return &sink->m_stream == stream ? sink : nullptr;
+    return static_cast<Stream *>(stream)->sink;
 }
 
 void OutputSink::write(QTextStream *stream, QStringView text)
@@ -103,10 +105,14 @@ void OutputSink::write(QTextStream *stream, QStringView text)
         *stream << text.mid(at, qMin(SliceSize, text.size() - at));
 }
 
+// The stream's string keeps its memory for the next handler.
 void OutputSink::passOn(QTextStream *stream)
 {
-    if (OutputSink *sink = of(stream))
-        sink->m_stream.flush();
+    OutputSink *sink = of(stream);
+    if (!sink || sink->m_streamText.isEmpty())
+        return;
+    sink->write(sink->m_streamText);
+    sink->m_streamText.resize(0);
 }
 
 void OutputSink::writeUtf8Piece(const char *data, qsizetype size)
@@ -127,22 +133,11 @@ void OutputSink::writeUtf8Piece(const char *data, qsizetype size)
 
 bool OutputSink::finish()
 {
-    m_stream.flush();
+    passOn(&m_stream);
     // A surrogate still waiting for its partner is dropped.
     m_pendingSurrogate = 0;
     drain();
     return !m_hasFailed;
-}
-
-qint64 OutputSink::readData(char *, qint64)
-{
-    return -1;
-}
-
-qint64 OutputSink::writeData(const char *data, qint64 size)
-{
-    write(QStringView(reinterpret_cast<const QChar *>(data), qsizetype(size / 2)));
-    return m_hasFailed ? -1 : size;
 }
 
 void OutputSink::writeText(QStringView text)

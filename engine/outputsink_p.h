@@ -12,26 +12,26 @@ namespace TessivaneTemplatePrivate {
 
 // The UTF-8 output of one process() call. Tag handlers write QStrings into
 // stream(); the engine's own text, which is most of the output, skips the
-// stream and its second buffer: write() encodes a text straight into the
-// sink's buffer, and writeUtf8() copies bytes that are UTF-8 already, such as
-// a template line that holds no command.
+// stream: write() encodes a text straight into the sink's buffer, and
+// writeUtf8() copies bytes that are UTF-8 already, such as a template line
+// that holds no command.
 //
 // All three ways end in one buffer, in the order they were taken, as long as
 // the engine writes only directly and has the stream pass on what a tag
 // handler wrote into it (passOn()) before it writes again: a handler is the
 // only code that writes into the stream while a template renders. The stream
-// hands the sink UTF-16, so that one encoder serves every way and encodes as
-// Qt 5's UTF-8 codec did: a surrogate without its partner becomes '?', one at
-// the end of a piece waits for the next, and one at the very end is dropped.
+// keeps what it is given in a string, without a codec, so that one encoder
+// serves every way and encodes as Qt 5's UTF-8 codec did: a surrogate without
+// its partner becomes '?', one at the end of a piece waits for the next, and
+// one at the very end is dropped.
 //
 // The buffer goes to the target device when it is full and at finish(); the
-// first failure to write or flush it is kept, fails the stream's writes, and
-// drops everything after it.
-class OutputSink final : public QIODevice
+// first failure to write or flush it is kept and drops everything after it.
+class OutputSink final
 {
 public:
     explicit OutputSink(QIODevice *target);
-    ~OutputSink() override;
+    ~OutputSink();
 
     // The sink behind \a stream when it is a sink's own stream, else null: a
     // caller with another stream writes into the stream itself.
@@ -77,12 +77,18 @@ public:
     // Writes out what is left. Returns false when anything could not be written.
     bool finish();
 
-protected:
-    qint64 readData(char *data, qint64 maxSize) override;
-    qint64 writeData(const char *data, qint64 size) override;
-
 private:
     Q_DISABLE_COPY(OutputSink)
+
+    // The stream of a sink, which its type tells from any other.
+    class Stream final : public QTextStream
+    {
+    public:
+        Stream(OutputSink *owner, QString *text);
+        ~Stream() override;
+
+        OutputSink *const sink;
+    };
 
     static constexpr qsizetype BufferSize = 1 << 17;
     // Texts shorter than this are narrowed inline.
@@ -101,7 +107,8 @@ private:
     void pass(const char *data, qsizetype size);
 
     QIODevice *m_target;
-    QTextStream m_stream;
+    QString m_streamText; // what was written into the stream and not passed on
+    Stream m_stream;
     QByteArray m_buffer; // of a fixed size, filled up to m_used
     qsizetype m_used = 0;
     char16_t m_pendingSurrogate = 0;
