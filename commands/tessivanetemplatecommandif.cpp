@@ -112,11 +112,10 @@ bool readRegValue(TessivaneTemplateParser *parser, QStringView lookup, const QSt
     return result == 0;
 }
 
-// The decimal text of \a number, as QString::number() writes it, without the
-// locale machinery behind it: each numeric condition on a tag asks for one.
-void setDecimal(QString &text, int number)
+// The decimal text of \a number, as QString::number() writes it, in \a digits:
+// each numeric condition on a tag compares one.
+QLatin1String decimalText(int number, char (&digits)[12])
 {
-    char digits[12];
     char *const end = digits + sizeof(digits);
     char *at = end;
     uint magnitude = number < 0 ? 0u - uint(number) : uint(number);
@@ -126,27 +125,21 @@ void setDecimal(QString &text, int number)
     } while (magnitude != 0);
     if (number < 0)
         *--at = '-';
-    text.resize(int(end - at));
-    QChar *out = text.data();
-    while (at < end)
-        *out++ = QLatin1Char(*at++);
+    return QLatin1String(at, end);
 }
 
-bool readTagValue(TessivaneTemplateParser *parser, QStringView lookup, QString &value)
+bool readTagNumber(TessivaneTemplateParser *parser, QStringView lookup, int &number)
 {
     QString tagName;
     TessivaneTemplateTag *tag = findTagOfParameter(parser, lookup, tagName);
     if (!tag)
         return false;
     // A handler that answers true without storing a number compares as 0.
-    int number = 0;
+    number = 0;
     const bool isAnswered = tag->processTag(tagName, nullptr, true, &number);
     // A handler may write into the output all the same.
     OutputSink::passOn(parser->getOutStream());
-    if (!isAnswered)
-        return false;
-    setDecimal(value, number);
-    return true;
+    return isAnswered;
 }
 
 } // namespace
@@ -206,13 +199,14 @@ int TessivaneTemplateCommandIf::executeIf(TessivaneTemplateParser *parser, const
 {
     const QStringView source = QStringView(name).mid(2).trimmed();
     const Condition condition = parseCondition(parameter);
-    QString text;
-    const QString *value = &text;
+    const QString *value = nullptr;
+    QString storage;
+    int number = 0;
     bool isFound = false;
     if (isName(source, QLatin1String("REG"))) {
-        isFound = readRegValue(parser, condition.lookup, value, text);
+        isFound = readRegValue(parser, condition.lookup, value, storage);
     } else if (isName(source, QLatin1String("TAG"))) {
-        isFound = readTagValue(parser, condition.lookup, text);
+        isFound = readTagNumber(parser, condition.lookup, number);
     } else {
         parser->warning("parse error on if, unknown token '%s'",
                         formatArgument(source.toString()).constData());
@@ -221,7 +215,10 @@ int TessivaneTemplateCommandIf::executeIf(TessivaneTemplateParser *parser, const
     }
     if (!isFound)
         return openBlock(true);
-    const bool holds = (*value == condition.expected) == condition.isEquality;
+    char digits[12];
+    const bool isEqual =
+        value ? *value == condition.expected : decimalText(number, digits) == condition.expected;
+    const bool holds = isEqual == condition.isEquality;
     return openBlock(!holds);
 }
 
@@ -245,5 +242,10 @@ bool TessivaneTemplateCommandIf::getRegValue(TessivaneTemplateParser *parser, co
 bool TessivaneTemplateCommandIf::getTagValue(TessivaneTemplateParser *parser, const QString &lookup,
                                              QString &value)
 {
-    return readTagValue(parser, lookup, value);
+    int number = 0;
+    if (!readTagNumber(parser, lookup, number))
+        return false;
+    char digits[12];
+    value = decimalText(number, digits);
+    return true;
 }
