@@ -172,18 +172,20 @@ int TessivaneTemplateParser::process()
         ++m_lineNumber;
         isAfterText = false;
         if (bytes.data) {
+            // Version 1 takes a line apart in its bytes: only the commands are
+            // decoded. The line feed is part of the line.
+            if (!loop && bytes.hasFeed) {
+                bool hasCommand = false;
+                if (!processLineBytes(QLatin1String(bytes.data, bytes.size + 1), bytes.isAscii,
+                                      reader, sink, line, name, parameter, hasCommand))
+                    return 1;
+                isAfterText = !hasCommand;
+                continue;
+            }
             if (!isCapturing && indexOfMark(QLatin1String(bytes.data, bytes.size)) < 0) {
                 isAfterText = true;
                 if (m_activeCommands.isEmpty())
                     writeLine(sink, bytes);
-                continue;
-            }
-            // Version 1 takes a line of commands apart in its bytes: only the
-            // commands are decoded. The line feed is part of the line.
-            if (!loop && bytes.hasFeed) {
-                if (!processLineBytes(QLatin1String(bytes.data, bytes.size + 1), bytes.isAscii,
-                                      reader, sink, line, name, parameter))
-                    return 1;
                 continue;
             }
             reader.decode(bytes, line);
@@ -275,9 +277,10 @@ bool TessivaneTemplateParser::copyPlainLines(LineReader &reader, OutputSink *sin
 
 // As processCommandLine() in version 1, for a line in bytes that are their own
 // UTF-8: text goes out as it is, and each command is decoded into \a command.
+// Sets \a hasCommand when the line holds one.
 bool TessivaneTemplateParser::processLineBytes(QLatin1String line, bool isAscii, LineReader &reader,
                                                OutputSink *sink, QString &command, QString &name,
-                                               QString &parameter)
+                                               QString &parameter, bool &hasCommand)
 {
     ByteTokenWalker walker(line);
     QLatin1String token;
@@ -288,6 +291,7 @@ bool TessivaneTemplateParser::processLineBytes(QLatin1String line, bool isAscii,
                 sink->writeUtf8(token.data(), token.size());
             continue;
         }
+        hasCommand = true;
         bool hasParameter = false;
         if (isAscii) {
             hasParameter = splitCommandToken(token, name, parameter);

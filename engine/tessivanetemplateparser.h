@@ -92,7 +92,7 @@ private:
     bool processLineBytes(QLatin1String line, bool isAscii,
                           TessivaneTemplatePrivate::LineReader &reader,
                           TessivaneTemplatePrivate::OutputSink *sink, QString &command,
-                          QString &name, QString &parameter);
+                          QString &name, QString &parameter, bool &hasCommand);
     bool processCommand(QString &name, QString &parameter);
     void report(const char *kind, const QString &message, bool isDebug);
     int readFailed(const QString &reason);
