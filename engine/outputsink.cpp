@@ -105,14 +105,18 @@ void OutputSink::write(QTextStream *stream, QStringView text)
         *stream << text.mid(at, qMin(SliceSize, text.size() - at));
 }
 
-// The stream's string keeps its memory for the next handler.
+// The stream's string keeps its memory for the next handler, unless one
+// wrote far more than a tag's text usually is.
 void OutputSink::passOn(QTextStream *stream)
 {
     OutputSink *sink = of(stream);
     if (!sink || sink->m_streamText.isEmpty())
         return;
     sink->write(sink->m_streamText);
-    sink->m_streamText.resize(0);
+    if (sink->m_streamText.capacity() > SliceSize)
+        sink->m_streamText.clear();
+    else
+        sink->m_streamText.resize(0);
 }
 
 void OutputSink::writeUtf8Piece(const char *data, qsizetype size)
