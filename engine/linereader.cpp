@@ -268,12 +268,15 @@ bool LineReader::readBytes(QString &line, Bytes *bytes)
     return finishLine(line, hasFeed);
 }
 
-QLatin1String LineReader::asciiLines() const
+// The plain text runs to its last line feed: whatever follows it is no whole
+// line, and so holds no line feed of the count.
+QLatin1String LineReader::asciiLines(int &lineCount) const
 {
+    lineCount = 0;
     if (!m_device || m_isFirstLine || !m_cutsBytes || !m_error.isEmpty())
         return QLatin1String();
     const char *data = m_buffer.constData() + m_position;
-    const int plain = plainTextPrefix(data, m_buffer.size() - m_position);
+    const int plain = plainTextPrefix(data, m_buffer.size() - m_position, lineCount);
     const auto *lastFeed = static_cast<const char *>(memrchr(data, '\n', size_t(plain)));
     return QLatin1String(data, lastFeed ? int(lastFeed + 1 - data) : 0);
 }

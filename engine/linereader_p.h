@@ -69,9 +69,9 @@ public:
     // ASCII text (see plainTextPrefix()) ending in a bare line feed, up to the
     // first that is not: bytes that are their own UTF-8 in any input read as
     // bytes, to be copied without being looked at line by line. Empty where
-    // readLine() must go on, and before the first line. skip() consumes what
-    // the caller took of them.
-    QLatin1String asciiLines() const;
+    // readLine() must go on, and before the first line. \a lineCount is set to
+    // how many lines they are. skip() consumes what the caller took of them.
+    QLatin1String asciiLines(int &lineCount) const;
     void skip(int size);
     // Why the input could not be read to its end; empty after a clean end.
     QString errorString() const;

@@ -17,37 +17,9 @@
 
 #include <cstdarg>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 using namespace TessivaneTemplatePrivate;
 
 namespace {
-
-// The number of line feeds in \a data, sixteen bytes at a time where the
-// processor allows: each byte lane counts up to 255 feeds before the lanes
-// are summed.
-int countLines(const char *data, int size)
-{
-    int count = 0;
-    int i = 0;
-#ifdef __SSE2__
-    const __m128i feed = _mm_set1_epi8('\n');
-    while (i + 16 <= size) {
-        __m128i lanes = _mm_setzero_si128();
-        for (int round = 0; round < 255 && i + 16 <= size; ++round, i += 16) {
-            const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i));
-            lanes = _mm_sub_epi8(lanes, _mm_cmpeq_epi8(chunk, feed));
-        }
-        const __m128i sums = _mm_sad_epu8(lanes, _mm_setzero_si128());
-        count += _mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4);
-    }
-#endif
-    for (; i < size; ++i)
-        count += data[i] == '\n';
-    return count;
-}
 
 void writeLine(OutputSink *sink, const LineReader::Bytes &bytes)
 {
@@ -264,11 +236,12 @@ bool TessivaneTemplateParser::processCommandLine(const QString &line, QString &n
 // the next line is not one of them.
 bool TessivaneTemplateParser::copyPlainLines(LineReader &reader, OutputSink *sink)
 {
-    const QLatin1String lines = reader.asciiLines();
+    int lineCount = 0;
+    const QLatin1String lines = reader.asciiLines(lineCount);
     const int size = int(lines.size());
     if (size == 0)
         return false;
-    m_lineNumber += countLines(lines.data(), size);
+    m_lineNumber += lineCount;
     if (m_activeCommands.isEmpty())
         sink->writeUtf8(lines.data(), size);
     reader.skip(size);

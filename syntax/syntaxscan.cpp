@@ -177,23 +177,41 @@ int indexOfMark(QLatin1String line, int from)
     return -1;
 }
 
-int plainTextPrefix(const char *data, int size)
+int plainTextPrefix(const char *data, int size, int &lineFeeds)
 {
     int i = 0;
+    lineFeeds = 0;
 #ifdef __SSE2__
     const __m128i carriageReturn = _mm_set1_epi8('\r');
-    for (; i + 17 <= size; i += 16) {
-        const __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i));
-        const uint stops = markBits(data + i)
-            | uint(_mm_movemask_epi8(_mm_or_si128(here, _mm_cmpeq_epi8(here, carriageReturn))));
-        if (stops)
-            return i + int(qCountTrailingZeroBits(stops));
+    const __m128i feed = _mm_set1_epi8('\n');
+    while (i + 17 <= size) {
+        // Each byte lane counts up to 255 line feeds before the lanes are summed.
+        __m128i lanes = _mm_setzero_si128();
+        int stop = -1;
+        for (int round = 0; round < 255 && i + 17 <= size; ++round, i += 16) {
+            const __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + i));
+            const __m128i feeds = _mm_cmpeq_epi8(here, feed);
+            const uint stops = markBits(data + i)
+                | uint(_mm_movemask_epi8(_mm_or_si128(here, _mm_cmpeq_epi8(here, carriageReturn))));
+            if (stops) {
+                const uint before = (1u << qCountTrailingZeroBits(stops)) - 1;
+                lineFeeds += qPopulationCount(uint(_mm_movemask_epi8(feeds)) & before);
+                stop = i + int(qCountTrailingZeroBits(stops));
+                break;
+            }
+            lanes = _mm_sub_epi8(lanes, feeds);
+        }
+        const __m128i sums = _mm_sad_epu8(lanes, _mm_setzero_si128());
+        lineFeeds += _mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4);
+        if (stop >= 0)
+            return stop;
     }
 #endif
     for (; i < size; ++i) {
         const auto c = static_cast<unsigned char>(data[i]);
         if (c > 0x7F || c == '\r' || (c == '%' && i + 1 < size && data[i + 1] == '%'))
             return i;
+        lineFeeds += c == '\n';
     }
     return i;
 }

@@ -43,7 +43,9 @@ int indexOfMark(QLatin1String line, int from = 0);
 
 // The length of the run of bytes from \a data that holds no "%%", no byte
 // above 0x7F and no carriage return: text that goes out as it came in.
-int plainTextPrefix(const char *data, int size);
+// \a lineFeeds is set to the number of line feeds in the run, counted in the
+// same pass.
+int plainTextPrefix(const char *data, int size, int &lineFeeds);
 
 // Walks the tokens of a line from left to right: text tokens, and command
 // tokens that begin with "%%". Marks pair from left to right; an unmatched
