@@ -176,6 +176,9 @@ def time_once(stdin_path, stdout_path, results, command):
     # writing it back at close, which times the file system, not the program.
     if os.path.isfile(stdout_path):
         os.remove(stdout_path)
+    # What earlier runs left for the kernel to write back is written first, so
+    # that no run, ours or ctemplate's, pays for another's output.
+    os.sync()
     with open(stdin_path, "rb") as stdin, open(stdout_path, "wb") as stdout:
         start = time.perf_counter()
         code = subprocess.call([TIME, "-q", "-f", "%M", "-o", rss_file] + command,
