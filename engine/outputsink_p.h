@@ -102,7 +102,6 @@ private:
     void writeUtf8Piece(const char *data, qsizetype size);
     void closePending();
     void append(const char *data, qsizetype size);
-    void drainWhenFull();
     bool drain();
     void pass(const char *data, qsizetype size);
 
